@@ -5,7 +5,9 @@
 
 namespace vx {
 
-std::uint8_t CDataOffset::BitOffset() const { return CByte(static_cast<double>(m_bitOffset)); }
+std::uint8_t CDataOffset::BitOffset() const {
+    return CByte(static_cast<double>(m_bitOffset));
+}
 
 void CDataOffset::Load(const IOrvexElementdef& def) {
     m_byteOffset = CByte(static_cast<double>(def.ByteOffset()));

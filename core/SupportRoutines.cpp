@@ -70,8 +70,8 @@ std::shared_ptr<CDataOffset> NewOffset(std::int32_t byteOffset, std::int32_t bit
     return offset;
 }
 
-void SplitFields(std::string_view text, std::string& first, std::string& second,
-                 std::string& third, std::string& fourth) {
+void SplitFields(std::string_view text, std::string& first, std::string& second, std::string& third,
+                 std::string& fourth) {
     std::vector<std::string_view> pieces;
     for (std::size_t start = 0;;) {
         const auto bar = text.find('|', start);
@@ -99,8 +99,12 @@ std::string PIConvertBinaryToHexString(const Variant& byteStream) {
     return array == nullptr ? std::string() : BytesToHex(*array);
 }
 
-void Sleep(std::uint32_t milliseconds) { CurrentClock().Sleep(milliseconds); }
+void Sleep(std::uint32_t milliseconds) {
+    CurrentClock().Sleep(milliseconds);
+}
 
-std::chrono::system_clock::time_point Now() { return CurrentClock().Now(); }
+std::chrono::system_clock::time_point Now() {
+    return CurrentClock().Now();
+}
 
 }  // namespace vx

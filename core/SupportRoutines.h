@@ -31,8 +31,8 @@ std::shared_ptr<CDataOffset> NewOffset(std::int32_t byteOffset, std::int32_t bit
 
 // Splits "a|b|c[|d...]": the first three pieces, the fourth or "". Fewer than three pieces raise
 // subscript out of range (9).
-void SplitFields(std::string_view text, std::string& first, std::string& second,
-                 std::string& third, std::string& fourth);
+void SplitFields(std::string_view text, std::string& first, std::string& second, std::string& third,
+                 std::string& fourth);
 
 // "&H" + hex(high) + hex(low, two digits), read as the platform reads such a text.
 float PIUnsignedTwoBytesToSingle(std::uint8_t highByte, std::uint8_t lowByte);

@@ -16,7 +16,9 @@ void RealClock::Sleep(std::uint32_t milliseconds) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-std::chrono::system_clock::time_point RealClock::Now() { return std::chrono::system_clock::now(); }
+std::chrono::system_clock::time_point RealClock::Now() {
+    return std::chrono::system_clock::now();
+}
 
 void VirtualClock::Sleep(std::uint32_t milliseconds) {
     m_now += std::chrono::milliseconds(milliseconds);
@@ -24,7 +26,9 @@ void VirtualClock::Sleep(std::uint32_t milliseconds) {
     ++m_calls;
 }
 
-Clock& CurrentClock() { return *InstalledClock(); }
+Clock& CurrentClock() {
+    return *InstalledClock();
+}
 
 std::shared_ptr<Clock> InstallClock(std::shared_ptr<Clock> clock) {
     auto previous = InstalledClock();

@@ -45,7 +45,8 @@ std::shared_ptr<Clock> InstallClock(std::shared_ptr<Clock> clock);
 // Installs a clock for the lifetime of the guard (tests).
 class ScopedClock {
 public:
-    explicit ScopedClock(std::shared_ptr<Clock> clock) : m_previous(InstallClock(std::move(clock))) {}
+    explicit ScopedClock(std::shared_ptr<Clock> clock)
+        : m_previous(InstallClock(std::move(clock))) {}
     ~ScopedClock() { InstallClock(std::move(m_previous)); }
     ScopedClock(const ScopedClock&) = delete;
     ScopedClock& operator=(const ScopedClock&) = delete;

@@ -16,7 +16,8 @@ namespace vx {
 // Keys of automation collections compare without regard to case (one byte per character).
 inline std::string FoldKey(std::string_view key) {
     std::string folded(key);
-    for (char& c : folded) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : folded)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return folded;
 }
 

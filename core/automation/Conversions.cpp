@@ -22,8 +22,10 @@ Int ToIntegral(double value) {
 
 std::string_view Trim(std::string_view text) {
     const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
     return text;
 }
 
@@ -57,7 +59,8 @@ double RadixTextToNumber(std::string_view digits, int radix) {
         if (magnitude > 0xFFFFFFFFu) RaiseRuntimeError(kErrOverflow);
     }
     if (!forceLong && magnitude <= 0xFFFFu) {
-        return static_cast<double>(static_cast<std::int16_t>(static_cast<std::uint16_t>(magnitude)));
+        return static_cast<double>(
+            static_cast<std::int16_t>(static_cast<std::uint16_t>(magnitude)));
     }
     return static_cast<double>(static_cast<std::int32_t>(static_cast<std::uint32_t>(magnitude)));
 }
@@ -79,9 +82,15 @@ double RoundHalfEven(double value) noexcept {
     return std::fmod(lower, 2.0) == 0.0 ? lower : lower + 1.0;
 }
 
-std::int32_t CLng(double value) { return ToIntegral<std::int32_t>(value); }
-std::int16_t CInt(double value) { return ToIntegral<std::int16_t>(value); }
-std::uint8_t CByte(double value) { return ToIntegral<std::uint8_t>(value); }
+std::int32_t CLng(double value) {
+    return ToIntegral<std::int32_t>(value);
+}
+std::int16_t CInt(double value) {
+    return ToIntegral<std::int16_t>(value);
+}
+std::uint8_t CByte(double value) {
+    return ToIntegral<std::uint8_t>(value);
+}
 
 float CSng(double value) {
     if (std::isfinite(value) && std::fabs(value) > std::numeric_limits<float>::max()) {
@@ -134,10 +143,18 @@ double CDbl(const Variant& value) {
     }
 }
 
-std::int32_t CLng(const Variant& value) { return CLng(CDbl(value)); }
-std::int16_t CInt(const Variant& value) { return CInt(CDbl(value)); }
-std::uint8_t CByte(const Variant& value) { return CByte(CDbl(value)); }
-float CSng(const Variant& value) { return CSng(CDbl(value)); }
+std::int32_t CLng(const Variant& value) {
+    return CLng(CDbl(value));
+}
+std::int16_t CInt(const Variant& value) {
+    return CInt(CDbl(value));
+}
+std::uint8_t CByte(const Variant& value) {
+    return CByte(CDbl(value));
+}
+float CSng(const Variant& value) {
+    return CSng(CDbl(value));
+}
 
 bool CBool(const Variant& value) {
     if (const auto* text = value.Get<std::string>()) {
@@ -175,8 +192,12 @@ std::string CStr(const Variant& value) {
     }
 }
 
-double Int(double value) noexcept { return std::floor(value); }
-double Fix(double value) noexcept { return std::trunc(value); }
+double Int(double value) noexcept {
+    return std::floor(value);
+}
+double Fix(double value) noexcept {
+    return std::trunc(value);
+}
 
 std::int32_t Mod(std::int32_t dividend, std::int32_t divisor) {
     if (divisor == 0) RaiseRuntimeError(kErrDivisionByZero);
@@ -184,10 +205,16 @@ std::int32_t Mod(std::int32_t dividend, std::int32_t divisor) {
     return dividend % divisor;    // C++ keeps the sign of the dividend, as the platform does
 }
 
-std::int32_t Mod(double dividend, double divisor) { return Mod(CLng(dividend), CLng(divisor)); }
+std::int32_t Mod(double dividend, double divisor) {
+    return Mod(CLng(dividend), CLng(divisor));
+}
 
-std::string FormatSingle(float value) { return FormatSignificant(value, 7); }
-std::string FormatDouble(double value) { return FormatSignificant(value, 15); }
+std::string FormatSingle(float value) {
+    return FormatSignificant(value, 7);
+}
+std::string FormatDouble(double value) {
+    return FormatSignificant(value, 15);
+}
 
 std::string Hex(std::int32_t value) {
     char text[16];

@@ -68,7 +68,8 @@ public:
 
     std::size_t HandlerCount() const noexcept {
         std::size_t count = 0;
-        for (const auto& slot : m_slots) count += slot->handler ? 1 : 0;
+        for (const auto& slot : m_slots)
+            count += slot->handler ? 1 : 0;
         return count;
     }
 

@@ -60,8 +60,9 @@ public:
     Variant(const char* v) : m_value(std::string(v)) {}
     Variant(ObjectPtr v) : m_value(std::move(v)) {}
     template <typename T>
-        requires(std::is_base_of_v<Object, T> && !std::is_same_v<T, Object>)
-    Variant(std::shared_ptr<T> v) : m_value(ObjectPtr(std::move(v))) {}
+    requires(std::is_base_of_v<Object, T> && !std::is_same_v<T, Object>)
+        Variant(std::shared_ptr<T> v)
+        : m_value(ObjectPtr(std::move(v))) {}
     Variant(ByteArray v) : m_value(std::move(v)) {}
     Variant(StringArray v) : m_value(std::move(v)) {}
     Variant(VariantArray v);

@@ -27,21 +27,21 @@ inline constexpr std::int32_t kResultTypeLong = -2;
 // interface positions (0 is the first member after the IDispatch members).
 class IOrvexTypedef : public virtual Object {
 public:
-    virtual std::string TypeName() const = 0;          // 0: "SNVT_temp_p", "UCPT_CRC", ...
-    virtual std::int32_t TypeIndex() const = 0;        // 1: standard type index, 0 if none
-    virtual std::int32_t TypeCategory() const = 0;     // 2
-    virtual std::int32_t BitSize() const = 0;          // 3: raw width; array stride
-    virtual std::int32_t TextLength() const = 0;       // 4: characters of an ASCII field
-    virtual bool IsSigned() const = 0;                 // 5
-    virtual std::int32_t ByteSize() const = 0;         // 6: length of a whole value in bytes
-    virtual std::int32_t ResultType() const = 0;       // 7: kResultTypeLong keeps integers Long
-    virtual std::int32_t ScaleFactor() const = 0;      // 8: below 2 means no scaling
+    virtual std::string TypeName() const = 0;       // 0: "SNVT_temp_p", "UCPT_CRC", ...
+    virtual std::int32_t TypeIndex() const = 0;     // 1: standard type index, 0 if none
+    virtual std::int32_t TypeCategory() const = 0;  // 2
+    virtual std::int32_t BitSize() const = 0;       // 3: raw width; array stride
+    virtual std::int32_t TextLength() const = 0;    // 4: characters of an ASCII field
+    virtual bool IsSigned() const = 0;              // 5
+    virtual std::int32_t ByteSize() const = 0;      // 6: length of a whole value in bytes
+    virtual std::int32_t ResultType() const = 0;    // 7: kResultTypeLong keeps integers Long
+    virtual std::int32_t ScaleFactor() const = 0;   // 8: below 2 means no scaling
     // 9: whether the type has a raw code for "no valid data", and that code.
     virtual bool InvalidValue(std::int32_t& rawInvalid) const = 0;
-    virtual std::int32_t MinValue() const = 0;         // 10: declared raw minimum
-    virtual std::int32_t MaxValue() const = 0;         // 11: declared raw maximum
-    virtual std::string Units() const = 0;             // 12: engineering units, "" if none
-    virtual bool ScaleMultiplies() const = 0;          // 13: True: raw x factor, False: raw / factor
+    virtual std::int32_t MinValue() const = 0;  // 10: declared raw minimum
+    virtual std::int32_t MaxValue() const = 0;  // 11: declared raw maximum
+    virtual std::string Units() const = 0;      // 12: engineering units, "" if none
+    virtual bool ScaleMultiplies() const = 0;   // 13: True: raw x factor, False: raw / factor
     // 14: the exact engineering formula where the integer factor cannot state it, else "".
     virtual std::string ScaleText() const = 0;
     // 15: the definition of a named structure field; raises when the type has no such field.

@@ -16,7 +16,9 @@ TypeRegistryPtr& InstalledRegistry() {
 
 }  // namespace
 
-TypeRegistryPtr CurrentTypeRegistry() { return InstalledRegistry(); }
+TypeRegistryPtr CurrentTypeRegistry() {
+    return InstalledRegistry();
+}
 
 TypeRegistryPtr InstallTypeRegistry(TypeRegistryPtr registry) {
     auto previous = InstalledRegistry();

@@ -27,7 +27,9 @@ enum StringId : std::int32_t {
 inline constexpr std::int32_t kObjectErrorBase = static_cast<std::int32_t>(0x80040000u);
 
 // The library error number of a string id (0x80040000 + id).
-constexpr std::int32_t LibraryErrorNumber(std::int32_t id) noexcept { return kObjectErrorBase + id; }
+constexpr std::int32_t LibraryErrorNumber(std::int32_t id) noexcept {
+    return kObjectErrorBase + id;
+}
 
 // The text of a string id, or nothing for an id the table does not hold.
 std::optional<std::string_view> LoadLibraryString(std::int32_t id) noexcept;

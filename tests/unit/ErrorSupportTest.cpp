@@ -12,7 +12,8 @@ ComError Raised(std::int32_t number, std::string_view src, const VariantArray& p
 }
 
 TEST(RaiseLibraryError, FillsMarksInOrderAndKeepsNumberAndSource) {
-    const auto plain = Raised(static_cast<std::int32_t>(0x80040100), "Vx.CDevice.IOrvexDevice_Connect()", {});
+    const auto plain =
+        Raised(static_cast<std::int32_t>(0x80040100), "Vx.CDevice.IOrvexDevice_Connect()", {});
     EXPECT_EQ(plain.Number(), -2147221248);
     EXPECT_EQ(plain.Source(), "Vx.CDevice.IOrvexDevice_Connect()");
     EXPECT_EQ(plain.Description(), "Not a supported network services interface");

@@ -37,7 +37,9 @@ TEST(HexTexts, DashedForm) {
 
 TEST(BytesToText, StopsAtTheFirstZeroAndNeverRaises) {
     EXPECT_EQ(BytesToText(Variant(ByteArray(0, {65, 66, 0, 67}))), "AB");
-    EXPECT_EQ(BytesToText(Variant(ByteArray(1, {0xE9, 0x41}))), "\xE9" "A");  // ANSI one to one
+    EXPECT_EQ(BytesToText(Variant(ByteArray(1, {0xE9, 0x41}))),
+              "\xE9"
+              "A");  // ANSI one to one
     EXPECT_EQ(BytesToText(Variant(ByteArray())), "");
     EXPECT_EQ(BytesToText(Variant(3)), "");
 }
@@ -53,7 +55,7 @@ TEST(Scaling, RawToScaledAndBack) {
 
     EXPECT_EQ(ScaledToRaw(2.5f, 10, false), 25);
     EXPECT_EQ(ScaledToRaw(0.25f, 10, true), 0);  // 0.025 rounds to 0
-    EXPECT_EQ(ScaledToRaw(2.5f, 1, true), 2);     // no scaling, ties to even
+    EXPECT_EQ(ScaledToRaw(2.5f, 1, true), 2);    // no scaling, ties to even
     EXPECT_EQ(ScaledToRaw(3.5f, 0, false), 4);
     EXPECT_EQ(ScaledToRaw(23.45f, 100, false), 2345);
     EXPECT_COM_ERROR(ScaledToRaw(3e9f, 1, false), kErrOverflow);

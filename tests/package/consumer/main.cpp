@@ -1,3 +1,5 @@
 #include <SupportRoutines.h>
 
-int main() { return vx::BytesToHex(vx::HexToBytes("0AFF")) == "0AFF" ? 0 : 1; }
+int main() {
+    return vx::BytesToHex(vx::HexToBytes("0AFF")) == "0AFF" ? 0 : 1;
+}

@@ -79,7 +79,8 @@ TEST(Variant, ObjectsAndNestedArrays) {
     ASSERT_NE(outer, nullptr);
     EXPECT_EQ(outer->LBound(), 1);
     EXPECT_TRUE((*outer)(2).IsArray());
-    EXPECT_EQ(nested, Variant(VariantArray(1, {Variant("a"), Variant(VariantArray(0, {Variant(2)}))})));
+    EXPECT_EQ(nested,
+              Variant(VariantArray(1, {Variant("a"), Variant(VariantArray(0, {Variant(2)}))})));
     EXPECT_NE(Variant(1), Variant(std::int16_t{1}));  // equality includes the type
 }
 

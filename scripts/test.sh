@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs every test: the g++ build, the clang build under the address and
+# undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run) and a short,
+# bounded run of every fuzz target.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh
+
+FUZZ_SECONDS=${FUZZ_SECONDS:-20}
+jobs=$(nproc)
+
+step() { printf '\n== %s\n' "$*"; }
+
+# Totals over every ctest run, for the closing line.
+passed=0
+failed=0
+run_ctest() {
+  local log
+  log=$(mktemp)
+  local status=0
+  ctest "$@" 2>&1 | tee "$log" || status=$?
+  local total failures
+  total=$(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\2/p' "$log" | tail -n 1)
+  failures=$(sed -n 's/.*tests passed, \([0-9]*\) tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -n 1)
+  rm -f "$log"
+  passed=$((passed + ${total:-0} - ${failures:-0}))
+  failed=$((failed + ${failures:-0}))
+  return "$status"
+}
+
+step "formatting"
+mapfile -t sources < <(git ls-files '*.cpp' '*.h' 2>/dev/null || find core types sim tools tests bench examples -name '*.cpp' -o -name '*.h')
+clang-format --dry-run --Werror "${sources[@]}"
+
+step "g++ build and tests (dev)"
+cmake --preset dev >/dev/null
+cmake --build --preset dev -j "$jobs"
+run_ctest --preset dev -j "$jobs"
+
+step "clang build and tests under address and undefined-behaviour sanitizers (asan)"
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j "$jobs"
+run_ctest --preset asan -j "$jobs"
+
+step "release build, benchmarks as a smoke run"
+cmake --preset release >/dev/null
+cmake --build --preset release -j "$jobs"
+for bench in build/release/bench/bench_*; do
+  [ -x "$bench" ] || continue
+  "$bench" --benchmark_min_time=0.01 >/dev/null
+  echo "$(basename "$bench") ran"
+  passed=$((passed + 1))
+done
+
+step "fuzz targets, ${FUZZ_SECONDS} s each"
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j "$jobs"
+for target in build/fuzz/tests/fuzz/fuzz_*; do
+  [ -x "$target" ] || continue
+  corpus=$(mktemp -d)
+  "$target" -max_total_time="$FUZZ_SECONDS" "$corpus" 2>&1 | tail -n 1
+  rm -rf "$corpus"
+  passed=$((passed + 1))
+done
+
+step "summary"
+echo "tests: $passed passed, $failed failed"
