@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vx::sim {
+
+// One network variable of a simulated node, as the host's network services see it.
+struct VariableRecord {
+    std::string name;
+    std::int32_t index = 0;
+    bool isOutput = false;
+    bool isConfigClass = false;  // a configuration network variable (nci)
+    bool polled = false;
+    std::int32_t arrayCount = 0;
+    std::string selfDoc;         // one byte per character, escapes already decoded
+    std::string selfDocName;     // the host's second name text; "" when it has none
+    std::int32_t typeIndex = 0;  // standard type index, 0 for none
+    std::vector<std::uint8_t> value;
+};
+
+// One configuration item of a node, named "<kind>-<index>".
+struct ConfigItemRecord {
+    std::string name;
+    std::vector<std::uint8_t> value;
+};
+
+// Everything a simulated node needs to answer as a controller on the network.
+struct NodeDescription {
+    std::string neuronId;   // 12 hexadecimal digits
+    std::string programId;  // 16 hexadecimal digits
+    std::string selfDoc;
+    std::int32_t nodeState = 4;  // configured
+    std::int32_t mode = 1;       // application online
+    std::vector<VariableRecord> variables;
+    std::vector<ConfigItemRecord> configItems;
+};
+
+}  // namespace vx::sim
