@@ -6,6 +6,7 @@
 namespace vx {
 
 std::uint8_t CDataOffset::BitOffset() const {
+    if (m_bitOffset >= 0 && m_bitOffset <= 255) return static_cast<std::uint8_t>(m_bitOffset);
     return CByte(static_cast<double>(m_bitOffset));
 }
 

@@ -1,0 +1,302 @@
+#include "CDeviceVariableElement.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "ErrorSupport.h"
+#include "SupportRoutines.h"
+#include "automation/Conversions.h"
+#include "automation/Overflow.h"
+
+namespace vx {
+
+namespace {
+
+[[noreturn]] void RaiseBadSubscript() {
+    throw RuntimeError(kErrInvalidProcedureCall,
+                       source::Join(source::kDeviceVariableElement, source::kSubElement));
+}
+
+// The entries of an array subscript, each as a Variant.
+std::vector<Variant> Entries(const Variant& array) {
+    std::vector<Variant> entries;
+    if (const auto* variants = array.Get<VariantArray>()) {
+        entries = variants->Values();
+    } else if (const auto* strings = array.Get<StringArray>()) {
+        entries.assign(strings->Values().begin(), strings->Values().end());
+    } else if (const auto* bytes = array.Get<ByteArray>()) {
+        entries.assign(bytes->Values().begin(), bytes->Values().end());
+    }
+    return entries;
+}
+
+// Splits "a.b.c" at every point.
+std::vector<std::string> SplitPath(const std::string& path) {
+    std::vector<std::string> pieces;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t point = path.find('.', start);
+        if (point == std::string::npos) {
+            pieces.push_back(path.substr(start));
+            return pieces;
+        }
+        pieces.push_back(path.substr(start, point - start));
+        start = point + 1;
+    }
+}
+
+// CLng(sign x 2^exponent + offset), the power taken in double precision: overflow outside the
+// Long range. Whole powers are exact in 64-bit integers; only negative exponents need rounding.
+std::int32_t LongPowerOfTwo(std::int64_t exponent, int sign, int offset) {
+    if (exponent >= 0 && exponent <= 40) {
+        const std::int64_t value = sign * (std::int64_t{1} << exponent) + offset;
+        if (value < std::numeric_limits<std::int32_t>::min() ||
+            value > std::numeric_limits<std::int32_t>::max()) {
+            RaiseRuntimeError(kErrOverflow);
+        }
+        return static_cast<std::int32_t>(value);
+    }
+    const double power =
+        std::ldexp(1.0, static_cast<int>(std::clamp<std::int64_t>(exponent, -4096, 4096)));
+    return CLng(sign * power + offset);
+}
+
+}  // namespace
+
+void CDeviceVariableElement::InitElement(TypedefPtr typedef_, BufferPtr buffer,
+                                         DataOffsetPtr offset, std::int32_t elements) {
+    m_typedef = std::move(typedef_);
+    m_buffer = std::move(buffer);
+    m_offset = std::move(offset);
+    m_elements = elements;
+}
+
+void CDeviceVariableElement::RaiseNotBound() {
+    RaiseRuntimeError(kErrObjectNotSet);
+}
+
+std::int32_t CDeviceVariableElement::UBound() const {
+    return CheckedSubtract(m_elements, 1);
+}
+
+bool CDeviceVariableElement::CanStore(const Variant& /*value*/,
+                                      std::int32_t zeroBasedArrayIdx) const {
+    if (Type().TypeCategory() == kCategoryStructure) return false;
+    return m_elements < 1 || zeroBasedArrayIdx < m_elements;
+}
+
+// ---- Limits ----------------------------------------------------------------------------------
+
+std::int32_t CDeviceVariableElement::RawTypeMin() const {
+    const IOrvexTypedef& type = Type();
+    if (!type.IsSigned()) return 0;
+    return LongPowerOfTwo(std::int64_t{type.BitSize()} - 1, -1, 0);
+}
+
+std::int32_t CDeviceVariableElement::RawTypeMax() const {
+    const IOrvexTypedef& type = Type();
+    const std::int64_t valueBits = std::int64_t{type.BitSize()} - (type.IsSigned() ? 1 : 0);
+    return LongPowerOfTwo(valueBits, 1, -1);
+}
+
+std::int32_t CDeviceVariableElement::IntegerRawMin() const {
+    return std::max(RawTypeMin(), Type().MinValue());
+}
+
+std::int32_t CDeviceVariableElement::IntegerRawMax() const {
+    return std::min(RawTypeMax(), Type().MaxValue());
+}
+
+float CDeviceVariableElement::Scaled(std::int32_t raw) const {
+    return RawToScaled(raw, Type().ScaleFactor(), Type().ScaleMultiplies());
+}
+
+std::int32_t CDeviceVariableElement::RawMin() const {
+    return Type().TypeCategory() == kCategoryInteger ? IntegerRawMin() : 0;
+}
+
+std::int32_t CDeviceVariableElement::RawMax() const {
+    return Type().TypeCategory() == kCategoryInteger ? IntegerRawMax() : 0;
+}
+
+float CDeviceVariableElement::ScaledMin() const {
+    const IOrvexTypedef& type = Type();
+    switch (type.TypeCategory()) {
+        case kCategoryInteger:
+            return Scaled(IntegerRawMin());
+        case kCategoryFloat: {
+            float limit = -1e38F;
+            if (static_cast<float>(type.MinValue()) > limit) limit = CSng(type.MinValue());
+            return limit;
+        }
+        default:
+            return 0.0F;
+    }
+}
+
+float CDeviceVariableElement::ScaledMax() const {
+    const IOrvexTypedef& type = Type();
+    switch (type.TypeCategory()) {
+        case kCategoryInteger:
+            return Scaled(IntegerRawMax());
+        case kCategoryFloat: {
+            float limit = 1e38F;
+            if (static_cast<float>(type.MaxValue()) < limit) limit = CSng(type.MaxValue());
+            return limit;
+        }
+        default:
+            return 0.0F;
+    }
+}
+
+// ---- Values ----------------------------------------------------------------------------------
+
+Variant CDeviceVariableElement::Value(std::int32_t arrayIndex) {
+    if (!CanStore(Variant(), arrayIndex)) return {};  // also every structure
+    return Bytes().GetValue(*m_typedef, m_offset, Entry(arrayIndex));
+}
+
+void CDeviceVariableElement::SetValue(std::int32_t arrayIndex, const Variant& value) {
+    if (!CanStore(value, arrayIndex)) return;
+    if (Type().TypeCategory() == kCategoryInteger) {
+        // Out of range: the nearest limit, as a Single.
+        const double wanted = CDbl(value);
+        const float highest = Scaled(IntegerRawMax());
+        if (wanted > highest) {
+            Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), highest);
+            return;
+        }
+        const float lowest = Scaled(IntegerRawMin());
+        if (wanted < lowest) {
+            Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), lowest);
+            return;
+        }
+    }
+    Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), value);
+}
+
+std::int32_t CDeviceVariableElement::UnScaledValue(std::int32_t arrayIndex) {
+    if (!CanStore(Variant(), arrayIndex)) return 0;  // also every structure
+    return Bytes().GetLong(*m_typedef, m_offset, Entry(arrayIndex));
+}
+
+void CDeviceVariableElement::SetUnScaledValue(std::int32_t arrayIndex, std::int32_t value) {
+    if (!CanStore(Variant(value), arrayIndex)) return;
+    std::int32_t raw = value;
+    if (Type().TypeCategory() == kCategoryInteger) {
+        const std::int32_t highest = IntegerRawMax();
+        if (raw > highest) {
+            raw = highest;
+        } else {
+            const std::int32_t lowest = IntegerRawMin();
+            if (raw < lowest) raw = lowest;
+        }
+    }
+    Bytes().SetLong(*m_typedef, m_offset, Entry(arrayIndex), raw);
+}
+
+bool CDeviceVariableElement::Undefined(std::int32_t arrayIndex) {
+    const IOrvexTypedef& type = Type();
+    if (type.TypeCategory() != kCategoryInteger) return false;
+    const std::int32_t raw = Bytes().GetLong(type, m_offset, Entry(arrayIndex));
+    if (raw < IntegerRawMin()) return true;
+    if (raw > IntegerRawMax()) return true;
+    std::int32_t invalid = 0;
+    if (type.InvalidValue(invalid)) return raw == invalid;
+    return false;
+}
+
+// ---- Navigation ------------------------------------------------------------------------------
+
+void CDeviceVariableElement::ApplySubscript(const Variant& key, ElementdefPtr& currentDef,
+                                            TypedefPtr& currentType, DataOffsetPtr& currentOffset) {
+    if (const auto* name = key.Get<std::string>()) {
+        // Any text is a field name, digits included.
+        if (!currentType) RaiseRuntimeError(kErrObjectNotSet);
+        ElementdefPtr field = currentType->FieldByName(*name);
+        if (!field) RaiseRuntimeError(kErrObjectNotSet);
+        currentDef = field;
+        currentType = field->Typedef();
+        currentOffset->Add(*field);
+    } else if (key.Type() == vbInteger || key.Type() == vbLong) {
+        if (!currentDef) RaiseRuntimeError(kErrObjectNotSet);
+        const TypedefPtr entryType = currentDef->Typedef();
+        if (!entryType) RaiseRuntimeError(kErrObjectNotSet);
+        currentOffset = currentOffset->CreateArrayOffset(*entryType, CLng(key));
+    }
+}
+
+DataElementPtr CDeviceVariableElement::SubElement(const VariantArray& subscripts) {
+    m_lastError.reset();
+    DataElementPtr result = shared_from_this();
+    const std::vector<Variant>& keys = subscripts.Values();
+    if (keys.empty()) return result;
+    if (!keys.front().IsArray() && keys.front().IsString() &&
+        keys.front().Get<std::string>()->empty()) {
+        return result;
+    }
+
+    // From here on nothing fails: each failing step is recorded and skipped.
+    const auto attempt = [this](const auto& step) {
+        try {
+            step();
+        } catch (const ComError& error) {
+            m_lastError = error;
+        }
+    };
+
+    ElementdefPtr currentDef;
+    TypedefPtr currentType = m_typedef;
+    auto currentOffset = std::make_shared<CDataOffset>();
+    attempt([&] {
+        if (!m_offset) RaiseRuntimeError(kErrObjectNotSet);
+        currentOffset->SetByteOffset(m_offset->ByteOffset());
+        currentOffset->SetBitOffset(m_offset->BitOffset());
+    });
+
+    for (std::size_t position = 0; position < keys.size(); ++position) {
+        const Variant& key = keys[position];
+        attempt([&] {
+            if (key.IsArray()) {
+                // An array of subscripts stands alone, and holds no arrays itself.
+                if (keys.size() != 1) RaiseBadSubscript();
+                for (const Variant& entry : Entries(key)) {
+                    attempt([&] {
+                        if (entry.IsArray()) RaiseBadSubscript();
+                        ApplySubscript(entry, currentDef, currentType, currentOffset);
+                    });
+                }
+                return;
+            }
+            if (key.IsEmpty() || key.IsNull()) return;  // no length: nothing to apply
+            const std::string text = CStr(key);
+            if (text.empty()) return;
+            if (text.find('.') == std::string::npos) {
+                ApplySubscript(key, currentDef, currentType, currentOffset);
+                return;
+            }
+            // A dotted path is only allowed as the first subscript.
+            if (position != 0) RaiseBadSubscript();
+            for (const std::string& piece : SplitPath(text)) {
+                attempt([&] {
+                    ApplySubscript(Variant(piece), currentDef, currentType, currentOffset);
+                });
+            }
+        });
+    }
+
+    // No field reached: the navigation stays where it started.
+    if (!currentDef) return result;
+    attempt([&] {
+        auto element = std::make_shared<CDeviceVariableElement>();
+        element->InitElement(currentDef->Typedef(), m_buffer, currentOffset,
+                             currentDef->ArraySize());
+        result = element;
+    });
+    return result;
+}
+
+}  // namespace vx

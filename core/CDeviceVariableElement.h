@@ -1,0 +1,90 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "CBuffer.h"
+#include "CDataOffset.h"
+#include "automation/ComError.h"
+#include "automation/Variant.h"
+#include "interfaces/IOrvexDataElement.h"
+#include "interfaces/IOrvexElementdef.h"
+
+namespace vx {
+
+// One field of a variable's value seen through its type: reads and writes go straight to the
+// variable's shared value buffer, so every element of a variable sees the same bytes. Integer
+// fields are range-checked and clamped on write; engineering values follow the shared scaling
+// rule.
+class CDeviceVariableElement final : public IOrvexDataElement,
+                                     public std::enable_shared_from_this<CDeviceVariableElement> {
+public:
+    // Binds the element once: its type, the shared buffer, the position of entry 0 and the number
+    // of array entries (0 or less: no array). Elements must be owned by a shared_ptr.
+    void InitElement(TypedefPtr typedef_, BufferPtr buffer, DataOffsetPtr offset,
+                     std::int32_t elements);
+
+    using IOrvexDataElement::SubElement;
+    DataElementPtr SubElement(const VariantArray& subscripts) override;
+    Variant Value(std::int32_t arrayIndex = 0) override;
+    void SetValue(std::int32_t arrayIndex, const Variant& value) override;
+    std::int32_t UnScaledValue(std::int32_t arrayIndex = 0) override;
+    void SetUnScaledValue(std::int32_t arrayIndex, std::int32_t value) override;
+    bool Undefined(std::int32_t arrayIndex = 0) override;
+    TypedefPtr Typedef() const override { return m_typedef; }
+    std::int32_t LBound() const override { return 0; }
+    std::int32_t UBound() const override;
+
+    // The last error SubElement swallowed during its most recent call, if any.
+    const std::optional<ComError>& LastError() const noexcept { return m_lastError; }
+
+    // Bound parts, for the creator of elements.
+    const BufferPtr& Buffer() const noexcept { return m_buffer; }
+    const DataOffsetPtr& Offset() const noexcept { return m_offset; }
+    std::int32_t Elements() const noexcept { return m_elements; }
+
+    // Raw and engineering limits of the field: the bit width's range intersected with the declared
+    // minimum and maximum (integers), or the declared range (floats).
+    std::int32_t RawTypeMin() const;
+    std::int32_t RawTypeMax() const;
+    std::int32_t RawMin() const;
+    std::int32_t RawMax() const;
+    float ScaledMin() const;
+    float ScaledMax() const;
+
+private:
+    // Whether entry `zeroBasedArrayIdx` can hold a value (the value is not looked at).
+    bool CanStore(const Variant& value, std::int32_t zeroBasedArrayIdx) const;
+    // One navigation step of SubElement.
+    static void ApplySubscript(const Variant& key, ElementdefPtr& currentDef,
+                               TypedefPtr& currentType, DataOffsetPtr& currentOffset);
+    // The bound type and buffer; unbound raises object not set (91).
+    const IOrvexTypedef& Type() const {
+        if (!m_typedef) RaiseNotBound();
+        return *m_typedef;
+    }
+    CBuffer& Bytes() const {
+        if (!m_buffer) RaiseNotBound();
+        return *m_buffer;
+    }
+    [[noreturn]] static void RaiseNotBound();
+    // The limits of an integer field (category 1).
+    std::int32_t IntegerRawMin() const;
+    std::int32_t IntegerRawMax() const;
+    float Scaled(std::int32_t raw) const;
+    // The entry the buffer is asked for: the index of an array field, 0 for any other field.
+    std::int32_t Entry(std::int32_t arrayIndex) const noexcept {
+        return m_elements < 1 ? 0 : arrayIndex;
+    }
+
+    TypedefPtr m_typedef;
+    DataOffsetPtr m_offset;
+    BufferPtr m_buffer;
+    std::int32_t m_elements = 0;
+    std::optional<ComError> m_lastError;
+};
+
+using DeviceVariableElementPtr = std::shared_ptr<CDeviceVariableElement>;
+
+}  // namespace vx
