@@ -346,6 +346,14 @@ void CBuffer::MergeTyped(const std::uint8_t* bigEndian, std::int32_t count,
     const std::int32_t runBytes = bit == 0 ? byteCount : byteCount + 1;
     const std::int32_t endBit = bit == 0 ? 7 : bit - 1;
     if (!PrepareMerge(offset.ByteOffset(), runBytes)) return;
+    if (bit == 0 && count == byteCount) {
+        // Whole bytes in range: the field is replaced as it stands.
+        std::uint8_t* target = m_bytes.Values().data() + offset.ByteOffset();
+        if (std::equal(bigEndian, bigEndian + count, target)) return;
+        std::copy_n(bigEndian, count, target);
+        m_modified.Raise();
+        return;
+    }
     MergeLoaded(bigEndian, count, offset.ByteOffset(), runBytes, bit, endBit);
 }
 
@@ -548,7 +556,11 @@ void CBuffer::WriteInteger(const IOrvexTypedef& type, const CDataOffset& at, std
 
 Variant CBuffer::GetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset,
                           std::int32_t index) {
-    const std::int32_t category = type.TypeCategory();
+    return GetValue(type, type.TypeCategory(), offset, index);
+}
+
+Variant CBuffer::GetValue(const IOrvexTypedef& type, std::int32_t category,
+                          const DataOffsetPtr& offset, std::int32_t index) {
     if (category < kCategoryInteger || category > kCategoryAscii) return {};
     const DataOffsetPtr entry = index > 0 ? ElementOffset(type, offset, index) : nullptr;
     const CDataOffset& at = entry ? *entry : Deref(offset);
@@ -575,12 +587,24 @@ Variant CBuffer::GetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset
 
 void CBuffer::SetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
                        const Variant& value) {
-    const std::int32_t category = type.TypeCategory();
+    SetValue(type, type.TypeCategory(), offset, index, value);
+}
+
+void CBuffer::SetScaled(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
+                        float scaled) {
+    const std::int32_t raw = ScaledToRaw(scaled, type.ScaleFactor(), type.ScaleMultiplies());
+    if (index < 1) {
+        WriteInteger(type, Deref(offset), raw);
+        return;
+    }
+    const DataOffsetPtr entry = ElementOffset(type, offset, index);
+    WriteInteger(type, entry ? *entry : Deref(offset), raw);
+}
+
+void CBuffer::SetValue(const IOrvexTypedef& type, std::int32_t category,
+                       const DataOffsetPtr& offset, std::int32_t index, const Variant& value) {
     if (category == kCategoryInteger) {
-        const float scaled = CSng(value);
-        const std::int32_t raw = ScaledToRaw(scaled, type.ScaleFactor(), type.ScaleMultiplies());
-        const DataOffsetPtr entry = index > 0 ? ElementOffset(type, offset, index) : nullptr;
-        WriteInteger(type, entry ? *entry : Deref(offset), raw);
+        SetScaled(type, offset, index, CSng(value));
         return;
     }
     if (category < kCategoryFloat || category > kCategoryAscii) return;

@@ -126,6 +126,14 @@ public:
     // The inverse of GetValue.
     void SetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
                   const Variant& value);
+    // GetValue and SetValue for a caller that has just read the type's category.
+    Variant GetValue(const IOrvexTypedef& type, std::int32_t category, const DataOffsetPtr& offset,
+                     std::int32_t index);
+    void SetValue(const IOrvexTypedef& type, std::int32_t category, const DataOffsetPtr& offset,
+                  std::int32_t index, const Variant& value);
+    // SetValue of an integer type, the engineering value already a Single.
+    void SetScaled(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
+                   float scaled);
     // The offset of entry `index` of an array of the type; the base itself for an index below 1.
     static DataOffsetPtr ElementOffset(const IOrvexTypedef& type, const DataOffsetPtr& offset,
                                        std::int32_t index);

@@ -84,8 +84,7 @@ std::int32_t CDeviceVariableElement::UBound() const {
 
 bool CDeviceVariableElement::CanStore(const Variant& /*value*/,
                                       std::int32_t zeroBasedArrayIdx) const {
-    if (Type().TypeCategory() == kCategoryStructure) return false;
-    return m_elements < 1 || zeroBasedArrayIdx < m_elements;
+    return CanStore(Type().TypeCategory(), zeroBasedArrayIdx);
 }
 
 // ---- Limits ----------------------------------------------------------------------------------
@@ -155,27 +154,33 @@ float CDeviceVariableElement::ScaledMax() const {
 // ---- Values ----------------------------------------------------------------------------------
 
 Variant CDeviceVariableElement::Value(std::int32_t arrayIndex) {
-    if (!CanStore(Variant(), arrayIndex)) return {};  // also every structure
-    return Bytes().GetValue(*m_typedef, m_offset, Entry(arrayIndex));
+    const IOrvexTypedef& type = Type();
+    const std::int32_t category = type.TypeCategory();
+    if (!CanStore(category, arrayIndex)) return {};  // also every structure
+    return Bytes().GetValue(type, category, m_offset, Entry(arrayIndex));
 }
 
 void CDeviceVariableElement::SetValue(std::int32_t arrayIndex, const Variant& value) {
-    if (!CanStore(value, arrayIndex)) return;
-    if (Type().TypeCategory() == kCategoryInteger) {
-        // Out of range: the nearest limit, as a Single.
-        const double wanted = CDbl(value);
-        const float highest = Scaled(IntegerRawMax());
-        if (wanted > highest) {
-            Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), highest);
-            return;
-        }
-        const float lowest = Scaled(IntegerRawMin());
-        if (wanted < lowest) {
-            Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), lowest);
-            return;
-        }
+    const IOrvexTypedef& type = Type();
+    const std::int32_t category = type.TypeCategory();
+    if (!CanStore(category, arrayIndex)) return;
+    if (category != kCategoryInteger) {
+        Bytes().SetValue(type, category, m_offset, Entry(arrayIndex), value);
+        return;
     }
-    Bytes().SetValue(*m_typedef, m_offset, Entry(arrayIndex), value);
+    // Out of range: the nearest limit, as a Single.
+    const double wanted = CDbl(value);
+    const float highest = Scaled(IntegerRawMax());
+    if (wanted > highest) {
+        Bytes().SetScaled(type, m_offset, Entry(arrayIndex), highest);
+        return;
+    }
+    const float lowest = Scaled(IntegerRawMin());
+    if (wanted < lowest) {
+        Bytes().SetScaled(type, m_offset, Entry(arrayIndex), lowest);
+        return;
+    }
+    Bytes().SetScaled(type, m_offset, Entry(arrayIndex), CSng(wanted));
 }
 
 std::int32_t CDeviceVariableElement::UnScaledValue(std::int32_t arrayIndex) {

@@ -56,6 +56,11 @@ public:
 private:
     // Whether entry `zeroBasedArrayIdx` can hold a value (the value is not looked at).
     bool CanStore(const Variant& value, std::int32_t zeroBasedArrayIdx) const;
+    // The same for a type whose category the caller has just read.
+    bool CanStore(std::int32_t category, std::int32_t zeroBasedArrayIdx) const noexcept {
+        if (category == kCategoryStructure) return false;
+        return m_elements < 1 || zeroBasedArrayIdx < m_elements;
+    }
     // One navigation step of SubElement.
     static void ApplySubscript(const Variant& key, ElementdefPtr& currentDef,
                                TypedefPtr& currentType, DataOffsetPtr& currentOffset);

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 
@@ -75,6 +76,17 @@ std::string FormatSignificant(double value, int digits) {
 }  // namespace
 
 double RoundHalfEven(double value) noexcept {
+    if (std::fabs(value) < 0x1p52 && value != 0.0) {
+        // Below 2^52 the integer part fits an int64_t and every step is exact; a zero keeps its
+        // sign by taking the general path.
+        const auto whole = static_cast<std::int64_t>(value);  // toward zero
+        const std::int64_t floored = static_cast<double>(whole) > value ? whole - 1 : whole;
+        const auto lower = static_cast<double>(floored);
+        const double fraction = value - lower;
+        if (fraction > 0.5) return lower + 1.0;
+        if (fraction < 0.5) return lower;
+        return (floored & 1) == 0 ? lower : lower + 1.0;
+    }
     const double lower = std::floor(value);
     const double fraction = value - lower;
     if (fraction > 0.5) return lower + 1.0;
