@@ -6,18 +6,9 @@
 
 #include "SupportRoutines.h"
 #include "automation/Conversions.h"
+#include "fixtures/Tolerate.h"
 
-namespace {
-
-template <typename Action>
-void Tolerate(Action action) {
-    try {
-        action();
-    } catch (const vx::ComError&) {
-    }
-}
-
-}  // namespace
+using vx::test::Tolerate;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

@@ -12,16 +12,11 @@
 #include "fixtures/FakeHost.h"
 #include "fixtures/FakeRegistry.h"
 #include "fixtures/FakeTypes.h"
+#include "fixtures/Tolerate.h"
 
 namespace {
 
-template <typename Action>
-void Tolerate(Action action) {
-    try {
-        action();
-    } catch (const vx::ComError&) {
-    }
-}
+using vx::test::Tolerate;
 
 // A registry that knows a few types by index and by name, so that some inputs get typed values.
 vx::test::ScopedTypeRegistry& Registry() {
