@@ -311,21 +311,17 @@ private:
                 facts.byteSize = (facts.bitSize + 7) / 8;
                 break;
             case kCategoryFloat:
+            case kCategoryBoolean: {
+                // Fixed widths: an IEEE single, or one bit in a byte of its own.
+                const std::int32_t width = facts.category == kCategoryFloat ? 32 : 1;
                 refuse(isSigned, "signed");
                 refuse(length, "length");
                 refuse(size, "size");
-                if (bits) Integer(*bits, "bits", 32, 32);
-                facts.bitSize = 32;
-                facts.byteSize = 4;
+                if (bits) Integer(*bits, "bits", width, width);
+                facts.bitSize = width;
+                facts.byteSize = (width + 7) / 8;
                 break;
-            case kCategoryBoolean:
-                refuse(isSigned, "signed");
-                refuse(length, "length");
-                refuse(size, "size");
-                if (bits) Integer(*bits, "bits", 1, 1);
-                facts.bitSize = 1;
-                facts.byteSize = 1;
-                break;
+            }
             case kCategoryAscii:
                 refuse(bits, "bits");
                 refuse(isSigned, "signed");
