@@ -58,7 +58,7 @@ VariableBinding CDeviceVariable::InitVariable(const DeviceContextPtr& device,
                                               const VarEventsPtr& eventSink) {
     m_eventSink = eventSink;
     if (device) SubscribeDeviceEvents(*device);
-    if (auto item = std::dynamic_pointer_cast<INodeConfigItem>(hostRecord)) {
+    if (auto item = std::dynamic_pointer_cast<INodeVariableAccess>(hostRecord)) {
         return InitConfigItem(device.get(), std::move(item));
     }
     auto record = std::dynamic_pointer_cast<INodeVariable>(hostRecord);
@@ -88,7 +88,8 @@ VariableBinding CDeviceVariable::InitNetworkVariable(IDeviceContext* device,
     return {parsed.objectIndex, parsed.bound};
 }
 
-VariableBinding CDeviceVariable::InitConfigItem(IDeviceContext* device, NodeConfigItemPtr item) {
+VariableBinding CDeviceVariable::InitConfigItem(IDeviceContext* device,
+                                                NodeVariableAccessPtr item) {
     m_configItem = std::move(item);
     m_itemName = m_configItem->Name();
     std::int32_t kind = 0;

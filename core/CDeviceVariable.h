@@ -10,8 +10,8 @@
 #include "CVarElementBase.h"
 #include "automation/Event.h"
 #include "interfaces/IDeviceContext.h"
-#include "interfaces/INodeConfigItem.h"
 #include "interfaces/INodeVariable.h"
+#include "interfaces/INodeVariableAccess.h"
 #include "interfaces/IOrvexLonObject.h"
 #include "interfaces/IOrvexVariable.h"
 #include "interfaces/IVarEvents.h"
@@ -67,8 +67,8 @@ public:
     std::int32_t MemberNumber() const noexcept { return m_memberNumber; }
 
     // ---- Library-internal --------------------------------------------------------------------
-    // Binds the variable to a host record: an INodeConfigItem is a configuration item, otherwise
-    // the record must be an INodeVariable (else type mismatch). `device` may be nullptr.
+    // Binds the variable to a host record: an INodeVariableAccess is a configuration item,
+    // otherwise the record must be an INodeVariable (else type mismatch). `device` may be nullptr.
     VariableBinding InitVariable(const DeviceContextPtr& device, const ObjectPtr& hostRecord,
                                  const VarEventsPtr& eventSink);
     // A variable known by its name alone (no host record), for an unconnected device.
@@ -91,7 +91,7 @@ public:
 
 private:
     VariableBinding InitNetworkVariable(IDeviceContext* device, NodeVariablePtr record);
-    VariableBinding InitConfigItem(IDeviceContext* device, NodeConfigItemPtr item);
+    VariableBinding InitConfigItem(IDeviceContext* device, NodeVariableAccessPtr item);
     void BuildRootElement();
     void SubscribeDeviceEvents(IDeviceContext& device);
     void CopyValueToDeviceBuffer();
@@ -99,7 +99,7 @@ private:
     void OnBufferLoadMePlease();
 
     NodeVariablePtr m_nodeVariable;
-    NodeConfigItemPtr m_configItem;
+    NodeVariableAccessPtr m_configItem;
     std::weak_ptr<IVarEvents> m_eventSink;
     BufferPtr m_valueBuffer;
     BufferPtr m_deviceBuffer;

@@ -1,5 +1,7 @@
 #include "interfaces/ITypeRegistry.h"
 
+#include "interfaces/InstallPoint.h"
+
 namespace vx {
 namespace {
 
@@ -9,21 +11,16 @@ public:
     TypedefPtr TypeByName(std::string_view /*key*/) const override { return nullptr; }
 };
 
-TypeRegistryPtr& InstalledRegistry() {
-    static TypeRegistryPtr registry = std::make_shared<EmptyTypeRegistry>();
-    return registry;
-}
+using RegistrySlot = detail::InstallPoint<ITypeRegistry, EmptyTypeRegistry>;
 
 }  // namespace
 
 TypeRegistryPtr CurrentTypeRegistry() {
-    return InstalledRegistry();
+    return RegistrySlot::Current();
 }
 
 TypeRegistryPtr InstallTypeRegistry(TypeRegistryPtr registry) {
-    auto previous = InstalledRegistry();
-    InstalledRegistry() = registry ? std::move(registry) : std::make_shared<EmptyTypeRegistry>();
-    return previous;
+    return RegistrySlot::Install(std::move(registry));
 }
 
 }  // namespace vx
