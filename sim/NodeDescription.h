@@ -18,12 +18,19 @@ struct VariableRecord {
     std::string selfDocName;     // the host's second name text; "" when it has none
     std::int32_t typeIndex = 0;  // standard type index, 0 for none
     std::vector<std::uint8_t> value;
+
+    bool operator==(const VariableRecord&) const = default;
 };
 
 // One configuration item of a node, named "<kind>-<index>".
 struct ConfigItemRecord {
     std::string name;
+    // "object|type index|type name[|text]" as the host reports it (object -1 node-wide, type index
+    // 0 and type name "" for none); "" when the host knows nothing of the item.
+    std::string layout;
     std::vector<std::uint8_t> value;
+
+    bool operator==(const ConfigItemRecord&) const = default;
 };
 
 // Everything a simulated node needs to answer as a controller on the network.
@@ -35,6 +42,8 @@ struct NodeDescription {
     std::int32_t mode = 1;       // application online
     std::vector<VariableRecord> variables;
     std::vector<ConfigItemRecord> configItems;
+
+    bool operator==(const NodeDescription&) const = default;
 };
 
 }  // namespace vx::sim

@@ -1,0 +1,173 @@
+#include "NodeJson.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "CDeviceRevision.h"
+#include "RevisionJson.h"
+#include "fixtures/ErrorMatchers.h"
+#include "interfaces/IOrvexAdvancedConfig.h"
+#include "interfaces/IOrvexVariableIdentity.h"
+
+namespace vx::sim {
+namespace {
+
+using test::CaughtError;
+using ::testing::StartsWith;
+
+const std::string kDataDir = std::string(VX_SIM_DATA_DIR) + "/";
+
+TEST(SimNodeJson, ReadsEveryKeyAndFillsTheDefaults) {
+    const auto node = ReadNodeJson(R"({
+      "comment": "a node",
+      "neuronId": "05013c7a1f02",
+      "programId": "91A5A581020404dc",
+      "selfDoc": "&3.4@0;x",
+      "variables": [
+        { "name": "nviRequest", "value": "00 00 00" },
+        { "name": "nvoData", "index": 7, "selfDoc": "@0|2", "selfDocName": "data",
+          "typeIndex": 93, "output": true, "polled": true, "configClass": true,
+          "arrayCount": 2, "value": "0102030405aB" }
+      ],
+      "configItems": [ { "name": "3-1", "layout": "-1|0|", "value": "4900" } ]
+    })",
+                                   "node.json");
+    EXPECT_EQ(node.neuronId, "05013C7A1F02");
+    EXPECT_EQ(node.programId, "91A5A581020404DC");
+    EXPECT_EQ(node.nodeState, 4);
+    EXPECT_EQ(node.mode, 1);
+    ASSERT_EQ(node.variables.size(), 2u);
+    const auto& request = node.variables[0];
+    EXPECT_EQ(request.index, 0);  // its position
+    EXPECT_FALSE(request.isOutput);
+    EXPECT_EQ(request.value, (std::vector<std::uint8_t>{0, 0, 0}));
+    const auto& data = node.variables[1];
+    EXPECT_EQ(data.index, 7);
+    EXPECT_EQ(data.selfDocName, "data");
+    EXPECT_EQ(data.typeIndex, 93);
+    EXPECT_TRUE(data.isOutput && data.polled && data.isConfigClass);
+    EXPECT_EQ(data.arrayCount, 2);
+    EXPECT_EQ(data.value, (std::vector<std::uint8_t>{1, 2, 3, 4, 5, 0xAB}));
+    ASSERT_EQ(node.configItems.size(), 1u);
+    EXPECT_EQ(node.configItems[0].layout, "-1|0|");
+}
+
+std::string NodeError(const std::string& text) {
+    const auto error = CaughtError([&] { ReadNodeJson(text, "bad.json"); });
+    EXPECT_EQ(error.Number(), kErrInvalidProcedureCall);
+    EXPECT_EQ(error.Source(), "Vx.Sim.ReadNodeJson");
+    return error.Description();
+}
+
+// A node with these variables and items.
+std::string WithEntries(const std::string& variables, const std::string& items = "[]") {
+    return R"({"neuronId": "000000000001", "programId": "91A5A50000000000", "selfDoc": "",
+               "variables": )" +
+           variables + R"(, "configItems": )" + items + "}";
+}
+
+TEST(SimNodeJson, MalformedFilesNameTheFileAndTheLineOrEntry) {
+    EXPECT_THAT(NodeError("{\n  \"neuronId\": \"x\",\n  oops\n}"),
+                StartsWith("bad.json line 3: not valid JSON (syntax error"));
+    EXPECT_EQ(NodeError(R"({"neuronId": "0123", "programId": "", "selfDoc": ""})"),
+              "bad.json: neuronId must be 12 hexadecimal digits");
+    EXPECT_EQ(NodeError(WithEntries("{}")), "bad.json: \"variables\" must be an array");
+    EXPECT_EQ(NodeError(WithEntries(R"([{"name": "a", "value": "00", "colour": 1}])")),
+              "bad.json: variables[0] (a): unknown key \"colour\"");
+    EXPECT_EQ(NodeError(WithEntries(R"([{"name": "a", "value": "00", "output": 1}])")),
+              "bad.json: variables[0] (a): output must be true or false");
+    EXPECT_EQ(NodeError(WithEntries(R"([{"name": "a", "value": "0"}, {"name": "b"}])")),
+              "bad.json: variables[0] (a): value is not hexadecimal (digit pairs, blanks between "
+              "them)");
+    EXPECT_EQ(
+        NodeError(WithEntries(R"([{"name": "a", "value": "00"}, {"name": "a", "value": "00"}])")),
+        "bad.json: variables[1] (a): the name is taken by variables[0] (a)");
+    EXPECT_EQ(NodeError(WithEntries(
+                  R"([{"name": "a", "value": "00"}, {"name": "b", "index": 0, "value": "00"}])")),
+              "bad.json: variables[1] (b): index 0 is taken by variables[0] (a)");
+    EXPECT_EQ(
+        NodeError(WithEntries(R"([{"name": "a", "value": ")" + std::string(512, 'F') + R"("}])")),
+        "bad.json: variables[0] (a): value holds 256 bytes, not 1..255");
+    EXPECT_EQ(NodeError(WithEntries("[]", R"([{"name": "3-01", "value": "00"}])")),
+              "bad.json: configItems[0] (3-01): name must be the item's kind and index in "
+              "decimal, joined by \"-\" (\"3-1\")");
+    EXPECT_EQ(NodeError(WithEntries(
+                  "[]", R"([{"name": "0-1", "layout": "x|105|SNVT_temp_p", "value": "00"}])")),
+              "bad.json: configItems[0] (0-1): layout must be \"object|type index|type "
+              "name[|text]\" with an object from -1 and a type index from 0");
+}
+
+TEST(SimNodeJson, LoadNodeChoosesTheReaderByExtension) {
+    const auto json = LoadNode(kDataDir + "orvex-vx220.json");
+    EXPECT_EQ(json.variables.front().name, "nviRequest");
+    const auto xif = LoadNode(kDataDir + "xif/VAV_sim.XIF");
+    EXPECT_EQ(xif.programId, "9000015502040402");
+
+    const auto unknown = CaughtError([] { LoadNode("node.txt"); });
+    EXPECT_EQ(unknown.Number(), kErrInvalidProcedureCall);
+    EXPECT_EQ(unknown.Description(),
+              "node.txt: neither a JSON node description (.json) nor a device interface file "
+              "(.xif)");
+    EXPECT_EQ(CaughtError([] { LoadNode("/nonexistent/node.JSON"); }).Description(),
+              "/nonexistent/node.JSON: cannot be opened");
+}
+
+TEST(SimRevisionJson, RegistersNamesLevelsChecksumListsAndAdvancedConfiguration) {
+    const auto registry = std::make_shared<CDeviceRevision>();
+    RegisterRevision(ReadRevisionJson(R"({
+      "configItemNames": [ { "scope": 0, "index": 4, "name": "nciA" },
+                           { "scope": 3, "index": 1, "name": "nciCrc" },
+                           { "scope": 0, "index": 5, "name": "nciB" } ],
+      "objects": [ { "object": 1, "levels": { "3": ["nciX", "nciY"], "2": [] },
+                     "crc": ["nciX", "nciY", { "name": "nciZ", "after": 1 }],
+                     "advanced": [ { "name": "nciA", "object": 2 } ] } ]
+    })",
+                                      "rev.json"),
+                     *registry);
+    EXPECT_EQ(registry->FileType2Config(0, 4), "nciA");
+    EXPECT_EQ(registry->FileType2Config(0, 5), "nciB");  // one list per scope
+    EXPECT_EQ(registry->FileType2Config(3, 1), "nciCrc");
+    EXPECT_EQ(registry->ConfigVarlist(1, 3), Variant(StringArray(0, {"nciX", "nciY"})));
+    EXPECT_EQ(registry->ConfigVarlist(1, 2), Variant(StringArray(0, std::vector<std::string>{})));
+    ASSERT_EQ(registry->CRCVarCount(1), 3);
+    EXPECT_EQ(registry->CRCVar(1, 2)->Name(), "nciZ");  // inserted after the first
+    EXPECT_EQ(registry->CRCVar(1, 3)->LonObject(), 1);
+    const auto advanced = registry->AdvConfig(1)->NewEnum();
+    ASSERT_EQ(advanced.size(), 1u);
+    EXPECT_EQ(advanced[0]->Name(), "nciA");
+    EXPECT_EQ(advanced[0]->LonObject(), 2);
+}
+
+std::string RevisionError(const std::string& text) {
+    const auto error = CaughtError([&] { ReadRevisionJson(text, "rev.json"); });
+    EXPECT_EQ(error.Number(), kErrInvalidProcedureCall);
+    EXPECT_EQ(error.Source(), "Vx.Sim.ReadRevisionJson");
+    return error.Description();
+}
+
+TEST(SimRevisionJson, MalformedFilesNameTheFileAndTheLineOrEntry) {
+    EXPECT_THAT(RevisionError("{\n\n,"),
+                StartsWith("rev.json line 3: not valid JSON (syntax error"));
+    EXPECT_EQ(RevisionError(R"({"objects": {}})"), "rev.json: \"objects\" must be an array");
+    EXPECT_EQ(RevisionError(R"({"configItemNames": [{"scope": 3, "index": 1, "name": "a"},
+                                                    {"scope": 3, "index": 1, "name": "b"}]})"),
+              "rev.json: configItemNames[1] (3-1): the item is named twice");
+    EXPECT_EQ(RevisionError(R"({"objects": [{"object": 1}, {"object": 1}]})"),
+              "rev.json: objects[1] (object 1): the object is listed twice");
+    EXPECT_EQ(RevisionError(R"({"objects": [{"object": 1, "levels": {"4": []}}]})"),
+              "rev.json: objects[0] (object 1): levels: \"4\" is no configuration level (2, 3)");
+    EXPECT_EQ(RevisionError(R"({"objects": [{"object": 1, "levels": {"2": ["a", 7]}}]})"),
+              "rev.json: objects[0] (object 1): levels.2[1]: a name must be a text");
+    EXPECT_EQ(
+        RevisionError(R"({"objects": [{"object": 1, "crc": ["a", {"name": "b", "after": 2}]}]})"),
+        "rev.json: objects[0] (object 1): crc[1]: after must lie within 0..1");
+    EXPECT_EQ(RevisionError(R"({"objects": [{"object": 2, "crc": []}]})"),
+              "rev.json: objects[0] (object 2): \"crc\" must be a non-empty array");
+    EXPECT_EQ(RevisionError(R"({"objects": [{"object": 2, "advanced": [{"name": "a"}]}]})"),
+              "rev.json: objects[0] (object 2): advanced[0]: \"object\" is missing");
+}
+
+}  // namespace
+}  // namespace vx::sim
