@@ -171,9 +171,7 @@ std::vector<std::uint8_t> StatusBlock(const NodeDescription& node) {
     const std::uint8_t state = node.nodeState == 4 && node.mode == 0
                                    ? kStateSoftOffline
                                    : static_cast<std::uint8_t>(node.nodeState & 0xFF);
-    std::vector<std::uint8_t> block(10, 0);
-    block.insert(block.end(), {kResetPowerUp, state, kFirmwareVersion, 0, kModelNumber});
-    return block;
+    return {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, kResetPowerUp, state, kFirmwareVersion, 0, kModelNumber};
 }
 
 // What the node answers to one request; memory requests join here.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -74,11 +75,17 @@ public:
     }
 
 private:
+    // Drops unsubscribed slots once the list has doubled since the last sweep, so that a device
+    // whose thousands of variables each subscribe stays linear.
     void Prune() {
+        if (m_slots.size() < m_sweepAt) return;
         std::erase_if(m_slots, [](const auto& slot) { return !slot->handler; });
+        m_sweepAt = std::max<std::size_t>(kFirstSweep, 2 * m_slots.size());
     }
 
+    static constexpr std::size_t kFirstSweep = 16;
     std::vector<std::shared_ptr<typename Subscription::Slot>> m_slots;
+    std::size_t m_sweepAt = kFirstSweep;
 };
 
 }  // namespace vx
