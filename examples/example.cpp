@@ -1,22 +1,49 @@
-// A first look at the library without hardware: decodes a Neuron ID and a two-byte address the way
-// a service tool shows them, and shows how a library error reaches the caller.
+// Connects to the family's default controller on the simulated network and shows what a service
+// tool sees first: identity, state, the LonMark objects and the values of their variables.
 #include <cstdio>
+#include <memory>
 
-#include "ErrorSupport.h"
-#include "SupportRoutines.h"
+#include "CDevice.h"
+#include "DefaultController.h"
+#include "SimulatedNode.h"
+#include "TypeRegistry.h"
+#include "VxDef.h"
+#include "automation/ComError.h"
+#include "automation/Conversions.h"
 
 int main() {
-    const vx::ByteArray neuronId = vx::HexToBytes("04A2C7150100");
-    std::printf("Neuron ID        %s\n", vx::FormatDashedHex(vx::BytesToHex(neuronId)).c_str());
-    std::printf("Address 0x0102   %g\n", static_cast<double>(vx::PIUnsignedTwoBytesToSingle(1, 2)));
-    std::printf("Scaled 2345/100  %g\n", static_cast<double>(vx::RawToScaled(2345, 100, false)));
+    vx::UseStandardTypes();
+    const vx::VxDef factory;
+    const auto revision = factory.CreateDeviceRevision();
+    vx::sim::ApplyDefaultRevision(*revision);
+    const auto node = vx::sim::SimulatedNode::Create(vx::sim::DefaultController());
+
+    const auto device = factory.CreateDeviceManager();
     try {
-        vx::RaiseLibraryError(vx::LibraryErrorNumber(vx::kIdMissingLonmarkVariable),
-                              vx::source::Join(vx::source::kDevice, vx::source::kConnect),
-                              {"nvoStatus"});
+        device->Connect(node, revision);
     } catch (const vx::ComError& error) {
-        std::printf("Error %d from %s: %s\n", error.Number(), error.Source().c_str(),
-                    error.Description().c_str());
+        std::fprintf(stderr, "connect failed: %s (%s)\n", error.Description().c_str(),
+                     error.Source().c_str());
+        return 1;
     }
+
+    const auto info = device->Info();
+    std::printf("Neuron ID %s, program ID %s, maker %s, revision %s\nstate: %s\n",
+                info->NeuronID().c_str(), info->ProgID().c_str(), info->MfgID().c_str(),
+                info->Revision().c_str(), info->State(false, false).c_str());
+    for (const auto& object : device->NewEnum()) {
+        std::printf("\nobject %d (%s)\n", object->ID(), object->ProfileName().c_str());
+        for (const auto& variable : object->NewEnum()) {
+            std::string value;
+            try {
+                value = vx::CStr(variable->Value());
+            } catch (const vx::ComError& error) {
+                value = "(" + error.Description() + ")";
+            }
+            std::printf("  %-20s category %3d  level %d  %s\n", variable->Name().c_str(),
+                        variable->Category(), variable->ConfigLevel(), value.c_str());
+        }
+    }
+    device->Disconnect();
     return 0;
 }
