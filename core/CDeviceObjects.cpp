@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "CDevice.h"
+#include "SupportRoutines.h"
 #include "automation/ComError.h"
 #include "automation/Conversions.h"
 #include "interfaces/INodeConnection.h"
@@ -11,24 +12,6 @@
 
 namespace vx {
 namespace {
-
-std::vector<std::string_view> Split(std::string_view text, char separator) {
-    std::vector<std::string_view> pieces;
-    while (true) {
-        const auto at = text.find(separator);
-        pieces.push_back(text.substr(0, at));
-        if (at == std::string_view::npos) return pieces;
-        text.remove_prefix(at + 1);
-    }
-}
-
-std::string_view TrimSpaces(std::string_view text) {
-    while (!text.empty() && text.front() == ' ')
-        text.remove_prefix(1);
-    while (!text.empty() && text.back() == ' ')
-        text.remove_suffix(1);
-    return text;
-}
 
 // The well-known slot a node-object network variable of this standard type fills, if any.
 std::optional<std::size_t> SlotOfType(std::int32_t typeIndex) {
@@ -77,16 +60,16 @@ void CDeviceObjects::ParseSelfDoc(const std::shared_ptr<CDevice>& device) {
     m_device = device;
     if (!device) return;
     const std::string selfDoc = device->SelfDoc();
-    const auto head = Split(selfDoc, ';').front();
-    const auto atPieces = Split(head, '@');
+    const auto head = SplitText(selfDoc, ';').front();
+    const auto atPieces = SplitText(head, '@');
     if (atPieces.size() < 2) return;  // no profile list: the array stays unsized
 
-    const auto entries = Split(atPieces[1], ',');
+    const auto entries = SplitText(atPieces[1], ',');
     m_profiles =
         SafeArray<std::int32_t>::WithBounds(0, static_cast<std::int32_t>(entries.size()) - 1);
     try {
         for (std::size_t i = 0; i < entries.size(); ++i) {
-            m_profiles.Values()[i] = CLng(Variant(std::string(TrimSpaces(entries[i]))));
+            m_profiles.Values()[i] = CLng(Variant(std::string(TrimBlanks(entries[i]))));
         }
     } catch (const ComError&) {
         // An entry that is no number ends the list; the entries after it stay 0.

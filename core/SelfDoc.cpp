@@ -4,35 +4,15 @@
 #include <optional>
 #include <vector>
 
+#include "SupportRoutines.h"
 #include "automation/Conversions.h"
 
 namespace vx {
 namespace {
 
-std::string_view TrimBlanks(std::string_view text) {
-    while (!text.empty() && text.front() == ' ')
-        text.remove_prefix(1);
-    while (!text.empty() && text.back() == ' ')
-        text.remove_suffix(1);
-    return text;
-}
-
 std::string_view UpTo(std::string_view text, char stop) {
     const auto at = text.find(stop);
     return at == std::string_view::npos ? text : text.substr(0, at);
-}
-
-std::vector<std::string_view> Split(std::string_view text, char separator) {
-    std::vector<std::string_view> pieces;
-    for (;;) {
-        const auto at = text.find(separator);
-        if (at == std::string_view::npos) {
-            pieces.push_back(text);
-            return pieces;
-        }
-        pieces.push_back(text.substr(0, at));
-        text.remove_prefix(at + 1);
-    }
 }
 
 std::string_view Piece(const std::vector<std::string_view>& pieces, std::size_t index) {
@@ -65,7 +45,7 @@ void ReadName(std::string_view selfDoc, std::string_view hostName, VariableSelfD
 // "&header,selector,flags,type index": a configuration property.
 void ReadProperty(std::string_view rest, VariableSelfDoc& result) {
     result.isProperty = true;
-    const auto pieces = Split(UpTo(rest, ';'), ',');
+    const auto pieces = SplitText(UpTo(rest, ';'), ',');
     const auto selector = Piece(pieces, 1);
     const auto header = ToLong(Piece(pieces, 0));
     if (selector.find('-') != std::string_view::npos || header == 0) {
@@ -89,7 +69,7 @@ void ReadMember(std::string_view rest, VariableSelfDoc& result) {
     for (char& c : text) {
         if (c == '#') c = '|';
     }
-    const auto pieces = Split(text, '|');
+    const auto pieces = SplitText(text, '|');
     if (const auto object = ToLong(Piece(pieces, 0))) {
         result.objectIndex = *object;
         result.bound = true;

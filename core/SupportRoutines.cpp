@@ -31,6 +31,24 @@ ByteArray HexToBytes(std::string_view hex) {
     return bytes;
 }
 
+std::vector<std::string_view> SplitText(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (;;) {
+        const auto at = text.find(separator);
+        pieces.push_back(text.substr(0, at));
+        if (at == std::string_view::npos) return pieces;
+        text.remove_prefix(at + 1);
+    }
+}
+
+std::string_view TrimBlanks(std::string_view text) {
+    while (!text.empty() && text.front() == ' ')
+        text.remove_prefix(1);
+    while (!text.empty() && text.back() == ' ')
+        text.remove_suffix(1);
+    return text;
+}
+
 std::string FormatDashedHex(std::string_view text) {
     std::string dashed(text.substr(0, 2));
     for (std::size_t at = 2; at + 1 < text.size(); at += 2) {
@@ -72,13 +90,7 @@ std::shared_ptr<CDataOffset> NewOffset(std::int32_t byteOffset, std::int32_t bit
 
 void SplitFields(std::string_view text, std::string& first, std::string& second, std::string& third,
                  std::string& fourth) {
-    std::vector<std::string_view> pieces;
-    for (std::size_t start = 0;;) {
-        const auto bar = text.find('|', start);
-        pieces.push_back(text.substr(start, bar == std::string_view::npos ? bar : bar - start));
-        if (bar == std::string_view::npos) break;
-        start = bar + 1;
-    }
+    const auto pieces = SplitText(text, '|');
     if (pieces.size() < 3) RaiseRuntimeError(kErrSubscriptOutOfRange);
     first = pieces[0];
     second = pieces[1];

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "CDataOffset.h"
 #include "automation/Variant.h"
@@ -29,6 +30,10 @@ std::int32_t ScaledToRaw(float value, std::int32_t factor, bool multiplies);
 // A new offset at (byte, bit); either outside 0..255 raises overflow (6).
 std::shared_ptr<CDataOffset> NewOffset(std::int32_t byteOffset, std::int32_t bitOffset);
 
+// The platform's Split: the pieces between the separators; a text without one is one piece.
+std::vector<std::string_view> SplitText(std::string_view text, char separator);
+// The platform's Trim: leading and trailing spaces removed (other blanks stay).
+std::string_view TrimBlanks(std::string_view text);
 // Splits "a|b|c[|d...]": the first three pieces, the fourth or "". Fewer than three pieces raise
 // subscript out of range (9).
 void SplitFields(std::string_view text, std::string& first, std::string& second, std::string& third,

@@ -29,6 +29,20 @@ std::string Quoted(std::string_view text);
 [[noreturn]] void Raise(const char* source, const std::string& fileName, const std::string& path,
                         const std::string& text);
 
+// Runs `read` for the entry at `path`; a problem or a JSON error inside it becomes the reader's
+// error naming the file and the entry.
+template <typename Read>
+void ReadEntry(const char* source, const std::string& fileName, const std::string& path,
+               Read read) {
+    try {
+        read();
+    } catch (const Problem& problem) {
+        Raise(source, fileName, path, problem.text);
+    } catch (const Json::exception& error) {
+        Raise(source, fileName, path, error.what());
+    }
+}
+
 // The document, or the reader's error "<file> line N: ..." for text that is no JSON.
 Json Parse(std::string_view text, const std::string& fileName, const char* source);
 // The file's bytes, or the reader's error "<path>: cannot be opened".

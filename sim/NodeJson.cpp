@@ -94,13 +94,7 @@ private:
     // Runs the reading of the entry at m_path; its problems become the file's error naming it.
     template <typename Action>
     void Entry(Action action) {
-        try {
-            action();
-        } catch (const Problem& problem) {
-            json::Raise(kSource, m_fileName, m_path, problem.text);
-        } catch (const Json::exception& error) {
-            json::Raise(kSource, m_fileName, m_path, error.what());
-        }
+        json::ReadEntry(kSource, m_fileName, m_path, action);
     }
 
     static void ReadNode(const Json& document, NodeDescription& node) {

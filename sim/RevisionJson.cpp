@@ -76,13 +76,7 @@ public:
 private:
     template <typename Action>
     void Entry(Action action) {
-        try {
-            action();
-        } catch (const Problem& problem) {
-            json::Raise(kSource, m_fileName, m_path, problem.text);
-        } catch (const Json::exception& error) {
-            json::Raise(kSource, m_fileName, m_path, error.what());
-        }
+        json::ReadEntry(kSource, m_fileName, m_path, action);
     }
 
     RevisionDescription::ItemName ReadItemName(const Json& entry) {
