@@ -1,16 +1,19 @@
 #include "CDevice.h"
 
+#include "CDeviceObjectStatus.h"
 #include "ErrorSupport.h"
 #include "SupportRoutines.h"
 #include "automation/ComError.h"
 #include "automation/Conversions.h"
 #include "interfaces/CommunicationCheck.h"
 #include "interfaces/HostResources.h"
+#include "interfaces/INodeVariable.h"
 
 namespace vx {
 namespace {
 
 constexpr std::int32_t kStateNotCommunicating = -1;
+constexpr std::int32_t kStateConfigured = 4;
 constexpr std::int32_t kStateConfiguredOffline = 12;
 
 std::string StateText(std::int32_t code) {
@@ -31,6 +34,51 @@ std::string StateText(std::int32_t code) {
             return "None";  // in the table, though no node state leads to it
         default:
             return "Unknown";
+    }
+}
+
+// Network-management message codes and the memory layout of a name text.
+constexpr const char* kQueryStatus = "51";
+constexpr const char* kReadMemory = "6D";
+constexpr const char* kWriteMemory = "6E";
+constexpr std::uint8_t kAbsoluteAddressing = 0;
+constexpr std::uint8_t kWriteForm = 4;
+constexpr std::size_t kNameLength = 30;
+constexpr std::uint8_t kNameBytes = kNameLength + 1;  // the text and its zero byte
+// Where a node's file directory keeps the address of its configuration-property area.
+constexpr float kDirectoryEntryOffset = 10;
+// A name operation gives up at the third failure within one call.
+constexpr int kNameAttempts = 3;
+constexpr std::int32_t kDownloadRequestLevel = 127;
+
+std::uint8_t AddressByte(std::string_view digits) {
+    return CByte(Variant("&H" + std::string(digits)));
+}
+
+// The request bytes that address memory: absolute addressing, then the address's first two and
+// last two digits as the high and low byte. Shorter texts split wrongly; nodes keep what the
+// library reads above 0x1000, where addresses have four digits.
+std::vector<std::uint8_t> AddressBytes(const std::string& address) {
+    const std::string_view text(address);
+    return {kAbsoluteAddressing, AddressByte(text.substr(0, 2)),
+            AddressByte(text.substr(text.size() < 2 ? 0 : text.size() - 2))};
+}
+
+std::string RequestData(const std::vector<std::uint8_t>& bytes) {
+    return PIConvertBinaryToHexString(Variant(ByteArray(0, bytes)));
+}
+
+// Runs `step` again after a failure, as long as the call has seen fewer than kNameAttempts
+// failures in all; false once it has.
+template <typename Step>
+bool WithRetries(int& failures, Step step) {
+    for (;;) {
+        try {
+            step();
+            return true;
+        } catch (const ComError&) {
+            if (++failures >= kNameAttempts) return false;
+        }
     }
 }
 
@@ -165,10 +213,10 @@ std::int32_t CDevice::StateCode() {
         case 3:
         case 6:
             return state;
-        case 4:
+        case kStateConfigured:
             // A configured node is told apart by whether its application runs.
             if (mode == 0) return kStateConfiguredOffline;
-            return mode == 1 ? 4 : 0;
+            return mode == 1 ? kStateConfigured : 0;
         default:
             return 0;
     }
@@ -229,6 +277,157 @@ float CDevice::PIUnsignedTwoBytesToSingle(std::uint8_t highByte, std::uint8_t lo
 
 std::string CDevice::PIConvertBinaryToHexString(const Variant& byteStream) const {
     return vx::PIConvertBinaryToHexString(byteStream);
+}
+
+// ---- Network operations ------------------------------------------------------------------------
+
+NodeConnectionPtr CDevice::RequireConnection() const {
+    if (!m_connection) RaiseRuntimeError(kErrObjectNotSet);
+    return m_connection;
+}
+
+bool CDevice::Ping() {
+    const auto connection = RequireConnection();
+    std::string code = kQueryStatus;
+    std::string data = "0000";
+    std::int32_t length = 1;
+    try {
+        return connection->SendNetworkMessage(code, data, length);
+    } catch (const ComError&) {
+        return false;
+    }
+}
+
+bool CDevice::Wink() {
+    if (!m_connection) return false;
+    try {
+        m_connection->Wink();
+        return true;
+    } catch (const ComError&) {
+        return false;
+    }
+}
+
+std::optional<std::string> CDevice::ReadMemory(const std::string& address, std::uint8_t count) {
+    const auto connection = RequireConnection();
+    auto request = AddressBytes(address);
+    request.push_back(count);
+    std::string code = kReadMemory;
+    std::string data = RequestData(request);
+    std::int32_t length = 5;
+    try {
+        connection->SendNetworkMessage(code, data, length);
+    } catch (const ComError&) {
+        return std::nullopt;
+    }
+    return data;
+}
+
+std::string CDevice::ReadMemoryText(const std::string& address) {
+    try {
+        const auto response = ReadMemory(address, kNameBytes);
+        if (!response) return {};
+        return BytesToText(Variant(HexToBytes(*response))).substr(0, kNameLength);
+    } catch (const ComError&) {
+        return {};
+    }
+}
+
+bool CDevice::WriteMemoryText(const std::string& text, const std::string& address) {
+    std::string name = text.substr(0, kNameLength);
+    name.resize(kNameLength, ' ');
+    name.push_back('\0');
+
+    auto request = AddressBytes(address);
+    request.push_back(kNameBytes);
+    request.push_back(kWriteForm);
+    request.insert(request.end(), name.begin(), name.end());
+    std::string code = kWriteMemory;
+    std::string data = RequestData(request);
+    std::int32_t length = 37;
+    try {
+        RequireConnection()->SendNetworkMessage(code, data, length);
+        return true;
+    } catch (const ComError&) {
+        return false;
+    }
+}
+
+std::string CDevice::ResolveSCPTLocation(const std::string& location) {
+    std::string result;
+    const auto list = RequireConnection()->NetworkVariables();
+    if (!list) return result;
+    for (const auto& item : list->Items()) {
+        auto* variable = dynamic_cast<INodeVariable*>(item.get());
+        if (!variable) continue;
+        const auto names = FoldKey(variable->Name()) + "|" + FoldKey(variable->SelfDocName());
+        if (names.find("nvofiledirectory") == std::string::npos) continue;
+        try {
+            const Variant value = variable->ReadValue();
+            const auto* bytes = value.Get<ByteArray>();
+            if (!bytes) continue;
+            const std::int32_t lower = bytes->LBound();
+            const float directory =
+                vx::PIUnsignedTwoBytesToSingle((*bytes)(lower + 1), (*bytes)(lower + 2));
+            const auto entry = ReadMemory(Hex(CLng(directory + kDirectoryEntryOffset)), 2);
+            if (!entry) continue;
+            if (location == "00") {
+                result = entry->substr(0, 4);
+            } else {
+                const auto entryBytes = HexToBytes(*entry);
+                const float base = vx::PIUnsignedTwoBytesToSingle(entryBytes(1), entryBytes(2));
+                result = Hex(CLng(base + static_cast<float>(CLng(Variant("&H" + location)))));
+            }
+        } catch (const ComError&) {
+            // An unreadable directory leaves the result of the ones before.
+        }
+    }
+    return result;
+}
+
+std::string CDevice::Name(const std::string& location) {
+    if (!m_connection || !Ping()) return {};
+    int failures = 0;
+    std::string address = location;
+    // Locations that are no four-digit address are offsets into the file directory's area;
+    // they are hexadecimal, as the directory adds them.
+    const bool resolved = WithRetries(failures, [&] {
+        if (location.size() != 4 && CLng(Variant("&H" + location)) != 0) {
+            address = ResolveSCPTLocation(location);
+        }
+    });
+    if (!resolved) return {};
+    std::string text;
+    if (!WithRetries(failures, [&] { text = ReadNameText(address); })) return {};
+    return std::string(TrimBlanks(text));
+}
+
+void CDevice::SetName(const std::string& location, const std::string& deviceName) {
+    if (!m_connection || !Ping()) return;
+    // The address is used as given: unlike the getter, the setter resolves no directory offset.
+    int failures = 0;
+    WithRetries(failures, [&] { WriteNameText(deviceName, location); });
+}
+
+// ---- Object requests and status ----------------------------------------------------------------
+
+void CDevice::DownloadRequest(std::int32_t lonObject, std::int32_t objectRequest) {
+    const auto& request = m_wellKnown[kSlotObjectRequest];
+    if (!request) return;
+    const auto& buffer = request->ValueBuffer();
+    buffer->Clear();
+    buffer->SetUInt16(*NewOffset(0, 0), lonObject);
+    buffer->SetUInt8(*NewOffset(2, 0), CByte(static_cast<double>(objectRequest)));
+    request->Download(kDownloadRequestLevel, false);
+}
+
+LonObjectStatusPtr CDevice::UploadStatus() {
+    auto record = std::make_shared<CDeviceObjectStatus>();
+    if (const auto& status = m_wellKnown[kSlotObjectStatus]) {
+        status->Upload();
+        record->Init(status->ValueBuffer());
+    }
+    return record;
 }
 
 }  // namespace vx

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,13 +42,20 @@ public:
     DeviceInfoPtr Info() override;
     void Connect(const ObjectPtr& nodeNetworkConnection, const ObjectPtr& revisionInfo) override;
     void Disconnect() override;
+    bool Ping() override;
     bool Connected() const override { return m_connection != nullptr; }
     LonObjectPtr Object(std::int32_t objectID) override;
     LonObjectPtr ProfileObject(std::int32_t profile) override;
+    CommandInterfacePtr Command() override { return m_command; }
+    void DownloadRequest(std::int32_t lonObject, std::int32_t objectRequest) override;
+    LonObjectStatusPtr UploadStatus() override;
     std::vector<LonObjectPtr> NewEnum() const override;
+    bool Wink() override;
     std::int32_t ConfigModificationLevel() const override { return m_modificationLevel; }
 
     // ---- IOrvexDeviceInfo --------------------------------------------------------------------
+    std::string Name(const std::string& location) override;
+    void SetName(const std::string& location, const std::string& deviceName) override;
     std::string ProgID() override;
     std::string SelfDoc() override;
     std::string Revision() override;
@@ -63,6 +71,20 @@ public:
     float PIUnsignedTwoBytesToSingle(std::uint8_t highByte, std::uint8_t lowByte) const;
     std::string PIConvertBinaryToHexString(const Variant& byteStream) const;
 
+    // ---- Memory operations -------------------------------------------------------------------
+    // The name text (30 characters) at a four-digit hexadecimal address; "" when the read fails.
+    std::string ReadMemoryText(const std::string& address);
+    // Writes `text` cut or padded with blanks to 30 characters and a zero byte; False when the
+    // write fails.
+    bool WriteMemoryText(const std::string& text, const std::string& address);
+    // The memory address of a configuration-property location through the node's file
+    // directory; "" when the node has none or it cannot be read.
+    std::string ResolveSCPTLocation(const std::string& location);
+    std::string ReadNameText(const std::string& address) { return ReadMemoryText(address); }
+    bool WriteNameText(const std::string& text, const std::string& address) {
+        return WriteMemoryText(text, address);
+    }
+
     // ---- For the library's own classes (IDeviceContext) --------------------------------------
     NodeConnectionPtr Connection() const override { return m_connection; }
     DeviceObjectPtr ObjectByID(std::int32_t objectID) override;
@@ -72,7 +94,7 @@ public:
     // Declared for host listeners; the library never raises it.
     Event<>& RequestDownloadEvent() { return m_requestDownload; }
 
-    const OrvexCommand& Command() const noexcept { return *m_command; }
+    const CommandPtr& CommandChannel() const noexcept { return m_command; }
     const CDeviceObjects& Objects() const noexcept { return *m_objects; }
     // Per object ID (decimal text), the variables of its advanced configuration.
     const Collection<std::vector<DeviceVariablePtr>>& AdvancedConfigLists() const noexcept {
@@ -86,6 +108,10 @@ private:
     void CollectAdvancedConfig(CDeviceObject& object, const IOrvexDeviceRevision& revision);
     // The node's state code: -1 when it does not answer, else derived from state and mode.
     std::int32_t StateCode();
+    // One Read Memory request of `count` bytes at a four-digit address text; the response's
+    // data as hexadecimal text, or nothing when the exchange failed.
+    std::optional<std::string> ReadMemory(const std::string& address, std::uint8_t count);
+    NodeConnectionPtr RequireConnection() const;
 
     NodeConnectionPtr m_connection;
     std::shared_ptr<OrvexCommand> m_command;

@@ -11,6 +11,13 @@ namespace vx {
 // device holds no connection, except NeuronID, which needs one (object not set, 91, without).
 class IOrvexDeviceInfo : public virtual Object {
 public:
+    // The name text in the node's memory at `location`: four hexadecimal digits of an address,
+    // or an offset the node's file directory resolves. "" when the node does not answer or the
+    // memory cannot be read; never raises.
+    virtual std::string Name(const std::string& location) = 0;
+    // Writes the name (cut or padded to 30 characters) at the address `location`, which is not
+    // resolved through the file directory. Never raises.
+    virtual void SetName(const std::string& location, const std::string& deviceName) = 0;
     // The program ID: its 16 hexadecimal digits for a standard program ID (format 8 or 9),
     // otherwise the text program ID it encodes.
     virtual std::string ProgID() = 0;

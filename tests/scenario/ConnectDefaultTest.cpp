@@ -79,9 +79,9 @@ TEST_F(ConnectDefault, ObjectsAndBindingsFollowTheSelfDocumentation) {
 TEST_F(ConnectDefault, TheDeviceKnowsItsWellKnownVariablesAndAdvancedConfiguration) {
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectRequest)->Name(), "nviRequest");
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectStatus)->Name(), "nvoStatus");
-    EXPECT_EQ(device->Command().CommandVariable()->Name(), "nviCommand");
-    EXPECT_EQ(device->Command().StatusVariable()->Name(), "nvoCommandStatus");
-    EXPECT_EQ(device->Command().CrcProperty()->Name(), "nciConfigCRC");
+    EXPECT_EQ(device->CommandChannel()->CommandVariable()->Name(), "nviCommand");
+    EXPECT_EQ(device->CommandChannel()->StatusVariable()->Name(), "nvoCommandStatus");
+    EXPECT_EQ(device->CommandChannel()->CrcProperty()->Name(), "nciConfigCRC");
 
     const auto& lists = device->AdvancedConfigLists();
     ASSERT_EQ(lists.Count(), 1);

@@ -68,7 +68,7 @@ TEST_F(ConnectXif, MultiSensorBindsEightObjectsAndAPropertyOfANetworkVariable) {
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectRequest)->Name(), "nviRequest");
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectStatus)->Name(), "nvoStatus");
     EXPECT_EQ(device->WellKnownVariable(kSlotAlarm), nullptr);  // its alarm is no SNVT_alarm
-    EXPECT_EQ(device->Command().CommandVariable(), nullptr);
+    EXPECT_EQ(device->CommandChannel()->CommandVariable(), nullptr);
     EXPECT_EQ(device->ObjectByID(7)->VariableByName("nciNvType")->Category(), 2);
     EXPECT_EQ(device->ObjectByID(1)->VariableByName("nviLamp_1")->Category(), 512);
 }

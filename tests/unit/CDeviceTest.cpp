@@ -121,9 +121,9 @@ TEST_F(DeviceTest, WellKnownSlotsTakeTheLastMatchInHostOrder) {
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectRequest)->Name(), "nviRequest2");
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectStatus)->Name(), "nvoStatus");
     EXPECT_EQ(device->WellKnownVariable(kSlotAlarm), nullptr);
-    EXPECT_EQ(device->Command().CommandVariable()->Name(), "nviCommand");
-    EXPECT_EQ(device->Command().StatusVariable()->Name(), "nvoCommandStatus");
-    EXPECT_EQ(device->Command().CrcProperty(), nullptr);
+    EXPECT_EQ(device->CommandChannel()->CommandVariable()->Name(), "nviCommand");
+    EXPECT_EQ(device->CommandChannel()->StatusVariable()->Name(), "nvoCommandStatus");
+    EXPECT_EQ(device->CommandChannel()->CrcProperty(), nullptr);
 }
 
 TEST_F(DeviceTest, ConfigurationItemsBindThroughTheRevisionAndStopQuietlyAtABadItem) {
@@ -141,7 +141,7 @@ TEST_F(DeviceTest, ConfigurationItemsBindThroughTheRevisionAndStopQuietlyAtABadI
 
     const auto object = device->ObjectByID(1);
     EXPECT_NE(object->VariableByName("nciHeat"), nullptr);
-    EXPECT_EQ(device->Command().CrcProperty()->Name(), "nciCrc");
+    EXPECT_EQ(device->CommandChannel()->CrcProperty()->Name(), "nciCrc");
     EXPECT_EQ(object->VariableCount(), 3);  // nvoSpaceTemp, nciCrc, nciHeat; not nciCool
 }
 
@@ -199,7 +199,7 @@ TEST_F(DeviceTest, ReconnectRebuildsAndDisconnectEmptiesButKeepsTheLevel) {
     EXPECT_FALSE(device->Connected());
     EXPECT_TRUE(device->NewEnum().empty());
     EXPECT_EQ(device->WellKnownVariable(kSlotObjectRequest), nullptr);
-    EXPECT_EQ(device->Command().CommandVariable(), nullptr);
+    EXPECT_EQ(device->CommandChannel()->CommandVariable(), nullptr);
     EXPECT_EQ(device->ConfigModificationLevel(), 3);
     EXPECT_EQ(current->Object(), nullptr);  // released: no back reference survives
 
