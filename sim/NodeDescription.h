@@ -33,6 +33,14 @@ struct ConfigItemRecord {
     bool operator==(const ConfigItemRecord&) const = default;
 };
 
+// A run of bytes of the node's memory image.
+struct MemoryBlock {
+    std::int32_t address = 0;  // 0 .. 0xFFFF; the block ends at 0xFFFF at the latest
+    std::vector<std::uint8_t> bytes;
+
+    bool operator==(const MemoryBlock&) const = default;
+};
+
 // Everything a simulated node needs to answer as a controller on the network.
 struct NodeDescription {
     std::string neuronId;   // 12 hexadecimal digits
@@ -42,6 +50,16 @@ struct NodeDescription {
     std::int32_t mode = 1;       // application online
     std::vector<VariableRecord> variables;
     std::vector<ConfigItemRecord> configItems;
+    // The memory image; addresses no block covers hold 0.
+    std::vector<MemoryBlock> memory;
+    // The configuration checksum: the item (or network variable) of two bytes that holds the
+    // CRC-16/X-25 of the values `checksumCovers` names, in that order, low byte first. The node
+    // checks it when a configuration download closes; "" for a node without one.
+    std::string checksumItem;
+    std::vector<std::string> checksumCovers;
+    // How many reads of the alarm message report the application restart; -1 for a restart that
+    // never finishes.
+    std::int32_t resetPolls = 2;
 
     bool operator==(const NodeDescription&) const = default;
 };

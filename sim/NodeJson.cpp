@@ -7,6 +7,7 @@
 
 #include "Hex.h"
 #include "JsonSupport.h"
+#include "NodeChecks.h"
 #include "XifReader.h"
 #include "automation/ComError.h"
 
@@ -87,6 +88,20 @@ public:
                 Entry([&] { node.configItems.push_back(ReadConfigItem((*items)[i])); });
             }
         }
+        if (const auto* blocks = json::Member(document, "memory")) {
+            for (std::size_t i = 0; i < blocks->size(); ++i) {
+                m_path = "memory[" + std::to_string(i) + "]";
+                Entry([&] { node.memory.push_back(ReadMemoryBlock((*blocks)[i])); });
+            }
+            m_path = "memory";
+            Entry([&] {
+                if (const auto problem = MemoryProblem(node); !problem.empty()) json::Fail(problem);
+            });
+        }
+        if (const auto* checksum = json::Member(document, "checksum")) {
+            m_path = "checksum";
+            Entry([&] { ReadChecksum(*checksum, node); });
+        }
         return node;
     }
 
@@ -99,8 +114,9 @@ private:
 
     static void ReadNode(const Json& document, NodeDescription& node) {
         if (!document.is_object()) json::Fail("the file must hold one object");
-        json::CheckKeys(document, {"version", "neuronId", "programId", "selfDoc", "nodeState",
-                                   "mode", "variables", "configItems"});
+        json::CheckKeys(document,
+                        {"version", "neuronId", "programId", "selfDoc", "nodeState", "mode",
+                         "variables", "configItems", "memory", "checksum", "resetPolls"});
         if (const auto* version = json::Member(document, "version")) {
             json::Integer(*version, "version", 1, 1);
         }
@@ -116,10 +132,42 @@ private:
         if (!json::Required(document, "variables").is_array()) {
             json::Fail("\"variables\" must be an array");
         }
-        if (const auto* items = json::Member(document, "configItems");
-            items && !items->is_array()) {
-            json::Fail("\"configItems\" must be an array");
+        for (const char* key : {"configItems", "memory"}) {
+            if (const auto* list = json::Member(document, key); list && !list->is_array()) {
+                json::Fail(json::Quoted(key) + " must be an array");
+            }
         }
+        if (const auto* polls = json::Member(document, "resetPolls")) {
+            node.resetPolls =
+                static_cast<std::int32_t>(json::Integer(*polls, "resetPolls", -1, 2147483647));
+        }
+    }
+
+    static MemoryBlock ReadMemoryBlock(const Json& entry) {
+        if (!entry.is_object()) json::Fail("a memory block must be an object");
+        json::CheckKeys(entry, {"address", "bytes"});
+        const std::string address = json::Text(json::Required(entry, "address"), "address");
+        const auto addressBytes = ParseHex(address);
+        if (address.size() != 4 || !addressBytes) {
+            json::Fail("address must be 4 hexadecimal digits");
+        }
+        MemoryBlock block;
+        block.address = (*addressBytes)[0] << 8 | (*addressBytes)[1];
+        block.bytes = json::Bytes(json::Required(entry, "bytes"), "bytes", 1,
+                                  0x10000 - static_cast<std::size_t>(block.address));
+        return block;
+    }
+
+    static void ReadChecksum(const Json& entry, NodeDescription& node) {
+        if (!entry.is_object()) json::Fail("the checksum must be an object");
+        json::CheckKeys(entry, {"item", "covers"});
+        node.checksumItem = json::Name(json::Required(entry, "item"), "item");
+        const Json& covers = json::Required(entry, "covers");
+        if (!covers.is_array()) json::Fail("\"covers\" must be an array of names");
+        for (const auto& name : covers) {
+            node.checksumCovers.push_back(json::Name(name, "covers"));
+        }
+        if (const auto problem = ChecksumProblem(node); !problem.empty()) json::Fail(problem);
     }
 
     VariableRecord ReadVariable(const Json& entry, std::size_t position) {

@@ -1,46 +1,28 @@
 #include "SimulatedNode.h"
 
-#include <unordered_map>
+#include <algorithm>
+#include <array>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 
 #include "Hex.h"
+#include "NodeChecks.h"
+#include "NodeState.h"
 #include "SimErrors.h"
 #include "interfaces/INodeVariable.h"
 #include "interfaces/INodeVariableAccess.h"
 
 namespace vx::sim {
-
-struct SimulatedNodeState {
-    NodeDescription node;
-    std::unordered_map<std::string, std::size_t> variableAt;
-    std::unordered_map<std::string, std::size_t> configItemAt;
-    bool answering = true;
-    std::int32_t winks = 0;
-
-    void RequireAnswer(const std::string& exchange) const {
-        if (!answering) throw SimError(kSimErrNoAnswer, exchange + ": the node does not answer");
-    }
-};
-
 namespace {
 
 constexpr std::size_t kMaxValueBytes = 255;
 constexpr std::int32_t kMaxIndex = 32767;
 
-// Network-management and diagnostic message codes. A success response carries the request's low
-// five bits with 0x20 set; a failure response the low five bits alone.
-constexpr std::uint8_t kQueryStatus = 0x51;
+// A success response carries the request's low five bits with 0x20 set.
 constexpr std::uint8_t SuccessCode(std::uint8_t request) {
     return static_cast<std::uint8_t>((request & 0x1F) | 0x20);
 }
-
-// Fixed fields of the status block. Its node state is the node's own code, except that a
-// configured node whose application is offline reports a code of its own.
-constexpr std::uint8_t kStateSoftOffline = 0x0C;
-constexpr std::uint8_t kResetPowerUp = 0x01;
-constexpr std::uint8_t kFirmwareVersion = 0x10;
-constexpr std::uint8_t kModelNumber = 0x00;
 
 [[noreturn]] void Invalid(const std::string& what) {
     throw ComError(kErrInvalidProcedureCall, kSimSource, what);
@@ -84,16 +66,19 @@ public:
     bool IsOutput() const override { return Record().isOutput; }
 
     Variant ReadValue() override {
-        m_state->RequireAnswer(Record().name);
-        return HostBytes(Record().value);
+        const std::string& name = Record().name;
+        return HostBytes(m_state->Run("ReadValue", name, name, {},
+                                      [this] { return m_state->ReadVariable(m_at); }));
     }
 
     void WriteValue(const Variant& bytes) override {
-        VariableRecord& record = Record();
+        const VariableRecord& record = Record();
         const auto& value =
             BytesToWrite(bytes, record.name, "network variable", record.value.size());
-        m_state->RequireAnswer(record.name);
-        record.value = value;
+        m_state->Run("WriteValue", record.name, record.name, value, [&] {
+            m_state->WriteVariable(m_at, value);
+            return std::vector<std::uint8_t>();
+        });
     }
 
 private:
@@ -112,16 +97,19 @@ public:
     std::string Name() const override { return Record().name; }
 
     Variant ReadValue() override {
-        m_state->RequireAnswer(Record().name);
-        return HostBytes(Record().value);
+        const std::string& name = Record().name;
+        return HostBytes(
+            m_state->Run("ReadValue", name, name, {}, [this] { return Record().value; }));
     }
 
     void WriteValue(Variant& bytes) override {
         ConfigItemRecord& record = Record();
         const auto& value =
             BytesToWrite(bytes, record.name, "configuration item", record.value.size());
-        m_state->RequireAnswer(record.name);
-        record.value = value;
+        m_state->Run("WriteValue", record.name, record.name, value, [&] {
+            record.value = value;
+            return std::vector<std::uint8_t>();
+        });
     }
 
 private:
@@ -142,11 +130,6 @@ private:
     std::vector<ObjectPtr> m_items;
 };
 
-struct Message {
-    std::uint8_t code = 0;
-    std::vector<std::uint8_t> data;
-};
-
 Message ParseRequest(const std::string& code, const std::string& data, std::int32_t length) {
     const auto codeBytes = ParseHex(code);
     if (!codeBytes || codeBytes->size() != 1) {
@@ -165,27 +148,6 @@ Message ParseRequest(const std::string& code, const std::string& data, std::int3
     return {codeBytes->front(), std::move(*dataBytes)};
 }
 
-// The node's status block: five 16-bit error counters, the reset cause, the node state, the
-// firmware version, the last error logged and the chip's model number.
-std::vector<std::uint8_t> StatusBlock(const NodeDescription& node) {
-    const std::uint8_t state = node.nodeState == 4 && node.mode == 0
-                                   ? kStateSoftOffline
-                                   : static_cast<std::uint8_t>(node.nodeState & 0xFF);
-    return {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, kResetPowerUp, state, kFirmwareVersion, 0, kModelNumber};
-}
-
-// What the node answers to one request; memory requests join here.
-Message Respond(const SimulatedNodeState& state, const Message& request) {
-    switch (request.code) {
-        case kQueryStatus:
-            return {SuccessCode(request.code), StatusBlock(state.node)};
-        default:
-            throw SimError(kSimErrFailureResponse,
-                           "request " + ToHex(std::span(&request.code, 1)) +
-                               ": the node answered with a failure response");
-    }
-}
-
 std::size_t VariableAt(const SimulatedNodeState& state, const std::string& name) {
     const auto found = state.variableAt.find(name);
     if (found == state.variableAt.end()) {
@@ -202,6 +164,26 @@ std::size_t ConfigItemAt(const SimulatedNodeState& state, const std::string& nam
                        name + ": the node has no configuration item of this name");
     }
     return found->second;
+}
+
+ObjectState& ObjectAt(SimulatedNodeState& state, std::int32_t object) {
+    if (object < 0 || static_cast<std::size_t>(object) >= state.objects.size()) {
+        throw SimError(kSimErrUnknownName, "the node has no object " + std::to_string(object));
+    }
+    return state.objects[static_cast<std::size_t>(object)];
+}
+
+void CheckFlags(std::uint32_t flags, std::uint32_t allowed) {
+    if ((flags & ~allowed) != 0) Invalid("flags outside the object's set");
+}
+
+// The offset of a range of the memory image; raises 5 for one that leaves it.
+std::ptrdiff_t MemoryRange(std::int64_t address, std::int64_t count) {
+    if (address < 0 || count < 0 || address + count > static_cast<std::int64_t>(kMemorySize)) {
+        Invalid("memory " + std::to_string(address) + " (" + std::to_string(count) +
+                " bytes) is outside the image, 0..65535");
+    }
+    return static_cast<std::ptrdiff_t>(address);
 }
 
 }  // namespace
@@ -237,6 +219,13 @@ std::shared_ptr<SimulatedNode> SimulatedNode::Create(NodeDescription description
             Invalid(items[i].name + ": value longer than 255 bytes");
         }
     }
+    const std::string checksum = ChecksumProblem(state->node);
+    for (const auto& problem :
+         {MemoryProblem(state->node), checksum.empty() ? checksum : "checksum: " + checksum,
+          ResetPollsProblem(state->node.resetPolls)}) {
+        if (!problem.empty()) Invalid(problem);
+    }
+    state->Prepare();
     return std::shared_ptr<SimulatedNode>(new SimulatedNode(std::move(state)));
 }
 
@@ -260,45 +249,56 @@ SimulatedNode::SimulatedNode(std::shared_ptr<SimulatedNodeState> state)
 // ---- INodeConnection ---------------------------------------------------------------------------
 
 NodeVariableListPtr SimulatedNode::ConfigurationProperties() {
+    m_state->RaiseFault("ConfigurationProperties", "", "ConfigurationProperties");
     return m_configItems;
 }
 
 NodeVariableListPtr SimulatedNode::NetworkVariables() {
+    m_state->RaiseFault("NetworkVariables", "", "NetworkVariables");
     return m_variables;
 }
 
 std::int32_t SimulatedNode::Mode() {
+    m_state->RaiseFault("Mode", "", "Mode");
     return m_state->node.mode;
 }
 
 std::string SimulatedNode::NeuronIDText() {
+    m_state->RaiseFault("NeuronIDText", "", "NeuronIDText");
     return m_state->node.neuronId;
 }
 
 std::string SimulatedNode::ProgramIDText() {
+    m_state->RaiseFault("ProgramIDText", "", "ProgramIDText");
     return m_state->node.programId;
 }
 
 std::string SimulatedNode::SelfDocText() {
+    m_state->RaiseFault("SelfDocText", "", "SelfDocText");
     return m_state->node.selfDoc;
 }
 
 std::int32_t SimulatedNode::NodeState() {
+    m_state->RaiseFault("NodeState", "", "NodeState");
     return m_state->node.nodeState;
 }
 
 void SimulatedNode::Wink() {
-    m_state->RequireAnswer("wink");
-    ++m_state->winks;
+    m_state->Run("Wink", "", "wink", {}, [this] {
+        ++m_state->winks;
+        return std::vector<std::uint8_t>();
+    });
 }
 
 bool SimulatedNode::SendNetworkMessage(std::string& code, std::string& data, std::int32_t& length) {
     const Message request = ParseRequest(code, data, length);
-    m_state->RequireAnswer("request " + code);
-    const Message response = Respond(*m_state, request);
-    code = ToHex(std::span(&response.code, 1));
-    data = ToHex(response.data);
-    length = static_cast<std::int32_t>(response.data.size() + 1);
+    const std::string codeText = ToHex(std::span(&request.code, 1));
+    const auto response = m_state->Run("SendNetworkMessage", codeText, "request " + codeText,
+                                       request.data, [&] { return m_state->Respond(request); });
+    const std::uint8_t responseCode = SuccessCode(request.code);
+    code = ToHex(std::span(&responseCode, 1));
+    data = ToHex(response);
+    length = static_cast<std::int32_t>(response.size() + 1);
     return true;
 }
 
@@ -324,6 +324,93 @@ std::int32_t SimulatedNode::WinkCount() const {
     return m_state->winks;
 }
 
+void SimulatedNode::SetLatency(std::uint32_t milliseconds) {
+    m_state->latency = milliseconds;
+}
+
+void SimulatedNode::InjectFault(Fault fault) {
+    static constexpr std::array<std::string_view, 3> kWithTarget = {"ReadValue", "WriteValue",
+                                                                    "SendNetworkMessage"};
+    static constexpr std::array<std::string_view, 8> kWithoutTarget = {"Wink",
+                                                                       "NodeState",
+                                                                       "Mode",
+                                                                       "NeuronIDText",
+                                                                       "ProgramIDText",
+                                                                       "SelfDocText",
+                                                                       "NetworkVariables",
+                                                                       "ConfigurationProperties"};
+    const auto listed = [&](const auto& list) {
+        return std::find(list.begin(), list.end(), fault.operation) != list.end();
+    };
+    if (!listed(kWithTarget) && !listed(kWithoutTarget)) {
+        Invalid("no fault can be injected into \"" + fault.operation + "\"");
+    }
+    if (!fault.target.empty() && !listed(kWithTarget)) {
+        Invalid(fault.operation + " takes no target");
+    }
+    if (fault.count == 0 || fault.count < kFaultAlways) {
+        Invalid("a fault counts 1 call or more, or kFaultAlways");
+    }
+    m_state->faults.push_back(std::move(fault));
+}
+
+void SimulatedNode::ClearFaults() {
+    m_state->faults.clear();
+}
+
+const std::vector<Exchange>& SimulatedNode::Exchanges() const {
+    return m_state->exchanges;
+}
+
+const std::vector<std::vector<std::uint8_t>>& SimulatedNode::CommandFrames() const {
+    return m_state->commandFrames;
+}
+
+const std::vector<ObjectRequest>& SimulatedNode::ObjectRequests() const {
+    return m_state->objectRequests;
+}
+
+void SimulatedNode::ClearRecord() {
+    m_state->exchanges.clear();
+    m_state->commandFrames.clear();
+    m_state->objectRequests.clear();
+}
+
+void SimulatedNode::SetRecording(bool recording) {
+    m_state->recording = recording;
+}
+
+const CommandChannel& SimulatedNode::Commands() const {
+    return m_state->commands;
+}
+
+void SimulatedNode::SetResetPolls(std::int32_t polls) {
+    if (const auto problem = ResetPollsProblem(polls); !problem.empty()) Invalid(problem);
+    m_state->node.resetPolls = polls;
+}
+
+std::vector<std::uint8_t> SimulatedNode::CoveredChecksum() const {
+    return m_state->CoveredChecksum();
+}
+
+std::int32_t SimulatedNode::ObjectCount() const {
+    return static_cast<std::int32_t>(m_state->objects.size());
+}
+
+std::uint32_t SimulatedNode::ObjectFlags(std::int32_t object) const {
+    return ObjectAt(*m_state, object).flags;
+}
+
+void SimulatedNode::SetObjectFlags(std::int32_t object, std::uint32_t flags) {
+    CheckFlags(flags, kObjHeldFlags);
+    ObjectAt(*m_state, object).flags = flags;
+}
+
+void SimulatedNode::SetObjectSupportedFlags(std::int32_t object, std::uint32_t flags) {
+    CheckFlags(flags, kObjHeldFlags | kObjInvalidId | kObjInvalidRequest);
+    ObjectAt(*m_state, object).supported = flags;
+}
+
 const std::vector<std::uint8_t>& SimulatedNode::VariableValue(const std::string& name) const {
     return m_state->node.variables[VariableAt(*m_state, name)].value;
 }
@@ -342,6 +429,17 @@ void SimulatedNode::SetConfigItemValue(const std::string& name, std::vector<std:
     auto& held = m_state->node.configItems[ConfigItemAt(*m_state, name)].value;
     CheckLength(name, "configuration item", held.size(), value.size());
     held = std::move(value);
+}
+
+std::vector<std::uint8_t> SimulatedNode::MemoryBytes(std::int32_t address,
+                                                     std::int32_t count) const {
+    const auto first = m_state->memory.begin() + MemoryRange(address, count);
+    return {first, first + count};
+}
+
+void SimulatedNode::SetMemoryBytes(std::int32_t address, const std::vector<std::uint8_t>& bytes) {
+    const auto first = MemoryRange(address, static_cast<std::int64_t>(bytes.size()));
+    std::copy(bytes.begin(), bytes.end(), m_state->memory.begin() + first);
 }
 
 const NodeDescription& SimulatedNode::Description() const {

@@ -8,12 +8,14 @@
 #include <set>
 #include <sstream>
 
+#include "CDevice.h"
 #include "CDeviceObject.h"
 #include "CDeviceRevision.h"
 #include "NodeJson.h"
 #include "SimulatedNode.h"
 #include "TypeRegistry.h"
 #include "VxDef.h"
+#include "automation/Clock.h"
 #include "automation/Conversions.h"
 #include "fixtures/ErrorMatchers.h"
 #include "interfaces/HostResources.h"
@@ -31,15 +33,17 @@ std::string FileText(const std::string& path) {
     return content.str();
 }
 
-// The node's value of a variable or of a configuration item named by the revision.
-std::vector<std::uint8_t> ValueOf(const SimulatedNode& node, const std::string& name) {
+// The host's name of a variable or of a configuration item named by the revision.
+std::string HostName(const std::string& name) {
     for (const auto& item : DefaultRevision().itemNames) {
-        if (item.name == name) {
-            return node.ConfigItemValue(std::to_string(item.scope) + "-" +
-                                        std::to_string(item.index));
-        }
+        if (item.name == name) return std::to_string(item.scope) + "-" + std::to_string(item.index);
     }
-    return node.VariableValue(name);
+    return name;
+}
+
+std::vector<std::uint8_t> ValueOf(const SimulatedNode& node, const std::string& name) {
+    const std::string host = HostName(name);
+    return host == name ? node.VariableValue(name) : node.ConfigItemValue(host);
 }
 
 TEST(SimDefaultController, BuiltInFilesAreTheShippedOnes) {
@@ -92,10 +96,15 @@ TEST(SimDefaultController, ChecksumItemHoldsTheChecksumOfTheControllerBlock) {
     ASSERT_GT(registry->CRCVarCount(1), 0);
 
     std::array<std::uint8_t, 2> state = {255, 255};
+    std::vector<std::string> covered;
     for (std::int32_t i = 1; i <= registry->CRCVarCount(1); ++i) {
         const auto entry = registry->CRCVar(1, i);
         CDeviceObject::CrcUpdate(state, ValueOf(*node, entry->Name()));
+        covered.push_back(HostName(entry->Name()));
     }
+    // The node checks the same list at the end of a configuration download.
+    EXPECT_EQ(node->Description().checksumItem, HostName("nciConfigCRC"));
+    EXPECT_EQ(node->Description().checksumCovers, covered);
     const std::vector<std::uint8_t> checksum = {static_cast<std::uint8_t>(255 - state[0]),
                                                 static_cast<std::uint8_t>(255 - state[1])};
     EXPECT_EQ(node->ConfigItemValue("3-1"), checksum);
@@ -136,6 +145,43 @@ TEST_F(SimDefaultControllerConnected, TheLibraryConnectsWithEveryNameTheRevision
     EXPECT_EQ(info->State(false, false), "Configured/Offline");
     node->SetAnswering(false);
     EXPECT_EQ(info->State(false, false), "Not Communicating");
+}
+
+// The library's own requests, commands and checksum, as the node takes them.
+TEST_F(SimDefaultControllerConnected, TheLibrarysOperationsReachTheNodeAsItMeansThem) {
+    const auto clock = std::make_shared<VirtualClock>();  // the library pauses around phases
+    const ScopedClock installed(clock);
+    const auto device = std::make_shared<CDevice>();
+    const auto revision = VxDef().CreateDeviceRevision();
+    ApplyDefaultRevision(*revision);
+    const auto node = SimulatedNode::Create(DefaultController());
+    device->Connect(node, revision);
+
+    EXPECT_TRUE(device->Ping());
+    EXPECT_EQ(device->Name("20"), "VX-220 Room 2.14");
+    EXPECT_TRUE(device->Wink());
+    EXPECT_EQ(node->WinkCount(), 1);
+
+    // A level-3 download: the checksum the library writes on opening is the node's at closing.
+    const auto heartbeat = device->Object(1)->Variable("nciSndHrtBt");
+    heartbeat->SetValue(Variant(30.0f));
+    const auto command = device->Command();
+    ASSERT_TRUE(command->OpenConfigDownload(3, 1));
+    EXPECT_EQ(node->Commands().downloadLevel, 3);
+    heartbeat->Download(3, false);
+    EXPECT_EQ(node->VariableValue("nciSndHrtBt"), (std::vector<std::uint8_t>{0x01, 0x2C}));
+    ASSERT_TRUE(command->CloseConfigDownload(3));
+    EXPECT_EQ(node->Commands().closes, 1);
+    EXPECT_FALSE(node->Commands().checksumMismatch);
+    EXPECT_EQ(node->ConfigItemValue("3-1"), node->CoveredChecksum());
+
+    EXPECT_TRUE(command->ResetMemory(1));  // the library's reset code is the node's
+    EXPECT_EQ(node->VariableValue("nvoCommandStatus"), (std::vector<std::uint8_t>{12, 0x11, 0, 0}));
+    EXPECT_EQ(node->VariableValue("nciSndHrtBt"), (std::vector<std::uint8_t>{0x02, 0x58}));
+
+    device->DownloadRequest(2, 1);
+    EXPECT_EQ(node->ObjectRequests(), (std::vector<ObjectRequest>{{2, 1}}));
+    EXPECT_EQ(node->ObjectFlags(2), kObjDisabled);
 }
 
 TEST_F(SimDefaultControllerConnected, SyntheticControllersConnectToo) {

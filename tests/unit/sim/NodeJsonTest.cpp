@@ -99,6 +99,54 @@ TEST(SimNodeJson, MalformedFilesNameTheFileAndTheLineOrEntry) {
               "name[|text]\" with an object from -1 and a type index from 0");
 }
 
+TEST(SimNodeJson, ReadsTheMemoryImageTheChecksumAndTheResetPolls) {
+    const auto node = ReadNodeJson(R"({
+      "neuronId": "000000000001", "programId": "91A5A50000000000", "selfDoc": "",
+      "variables": [ { "name": "nciA", "value": "0102" } ],
+      "configItems": [ { "name": "3-1", "value": "0000" }, { "name": "0-1", "value": "05" } ],
+      "memory": [ { "address": "fFf0", "bytes": "00112233445566778899AABBCCDDEEFF" },
+                  { "address": "1000", "bytes": "01", "comment": "one byte" } ],
+      "checksum": { "item": "3-1", "covers": ["0-1", "nciA"] },
+      "resetPolls": -1
+    })",
+                                   "node.json");
+    EXPECT_EQ(node.memory,
+              (std::vector<MemoryBlock>{{0xFFF0,
+                                         {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88,
+                                          0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF}},
+                                        {0x1000, {0x01}}}));
+    EXPECT_EQ(node.checksumItem, "3-1");
+    EXPECT_EQ(node.checksumCovers, (std::vector<std::string>{"0-1", "nciA"}));
+    EXPECT_EQ(node.resetPolls, -1);
+    EXPECT_EQ(ReadNodeJson(WithEntries("[]"), "node.json").resetPolls, 2);
+}
+
+// A node with one variable "a" of two bytes, one item "3-1" of one byte, and these keys.
+std::string WithExtras(const std::string& keys) {
+    return R"({"neuronId": "000000000001", "programId": "91A5A50000000000", "selfDoc": "",
+               "variables": [{"name": "a", "value": "0000"}],
+               "configItems": [{"name": "3-1", "value": "00"}], )" +
+           keys + "}";
+}
+
+TEST(SimNodeJson, MalformedMemoryOrChecksumIsNamed) {
+    EXPECT_EQ(NodeError(WithExtras(R"("memory": [{"address": "100", "bytes": "00"}])")),
+              "bad.json: memory[0]: address must be 4 hexadecimal digits");
+    EXPECT_EQ(NodeError(WithExtras(R"("memory": [{"address": "FFFF", "bytes": "0000"}])")),
+              "bad.json: memory[0]: bytes holds 2 bytes, not 1..1");
+    EXPECT_EQ(NodeError(WithExtras(R"("memory": [{"address": "1000", "bytes": "0000"},
+                                                 {"address": "0FFF", "bytes": "0000"}])")),
+              "bad.json: memory: memory block at 1000: it overlaps the block at 0FFF");
+    EXPECT_EQ(NodeError(WithExtras(R"("checksum": {"item": "3-1", "covers": ["a"]})")),
+              "bad.json: checksum: 3-1 is no value of two bytes of the node");
+    EXPECT_EQ(NodeError(WithExtras(R"("checksum": {"item": "a", "covers": ["3-1", "b"]})")),
+              "bad.json: checksum: the node has no value named b");
+    EXPECT_EQ(NodeError(WithExtras(R"("checksum": {"item": "a", "covers": []})")),
+              "bad.json: checksum: it covers no values");
+    EXPECT_EQ(NodeError(WithExtras(R"("resetPolls": -2)")),
+              "bad.json: resetPolls must lie within -1..2147483647");
+}
+
 TEST(SimNodeJson, LoadNodeChoosesTheReaderByExtension) {
     const auto json = LoadNode(kDataDir + "orvex-vx220.json");
     EXPECT_EQ(json.variables.front().name, "nviRequest");

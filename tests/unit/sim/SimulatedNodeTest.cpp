@@ -169,7 +169,7 @@ TEST(SimNode, QueryStatusAnswersWithTheStatusBlockOtherRequestsFail) {
     node->SendNetworkMessage(code, data, length);
     EXPECT_EQ(data.substr(22, 2), "0C");
 
-    code = "6D";
+    code = "70";  // a request the node does not serve
     data = "0040000A02";
     length = 5;
     EXPECT_COM_ERROR(node->SendNetworkMessage(code, data, length), kSimErrFailureResponse);
@@ -213,6 +213,21 @@ TEST(SimNode, CreateRefusesWhatNoHostHolds) {
               "nvoSpaceTemp: value longer than 255 bytes");
     EXPECT_EQ(refused([](NodeDescription& n) { n.configItems[1].name = "3-1"; }).Description(),
               "two configuration items are named 3-1");
+    EXPECT_EQ(refused([](NodeDescription& n) {
+                  n.memory = {{0x1000, {1, 2}}, {0x1001, {3}}};
+              }).Description(),
+              "memory block at 1001: it overlaps the block at 1000");
+    EXPECT_EQ(refused([](NodeDescription& n) {
+                  n.memory = {{0xFFFF, {1, 2}}};
+              }).Description(),
+              "memory block at FFFF: it must hold 1 byte at least and end at 65535 at the latest");
+    EXPECT_EQ(refused([](NodeDescription& n) {
+                  n.checksumItem = "3-1";
+                  n.checksumCovers = {"nvoSpaceTemp", "nvoMissing"};
+              }).Description(),
+              "checksum: the node has no value named nvoMissing");
+    EXPECT_EQ(refused([](NodeDescription& n) { n.resetPolls = -2; }).Description(),
+              "reset polls: -2 is below -1");
 }
 
 }  // namespace
