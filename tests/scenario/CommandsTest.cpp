@@ -240,6 +240,27 @@ TEST_F(Commands, TheNameRoundTripsThroughNodeMemory) {
     EXPECT_EQ(info->Name("20"), longName.substr(0, 30));
 }
 
+TEST_F(Commands, TheFileDirectoryResolvesLocations) {
+    EXPECT_EQ(device->ResolveSCPTLocation("20"), "4120");
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "4100");  // the entry as it stands
+
+    node = sim::SimulatedNode::Create(
+        sim::LoadXif(std::string(VX_SIM_DATA_DIR) + "/xif/NM_DynamicC.xif"));
+    device->Connect(node, nullptr);
+    EXPECT_EQ(device->ResolveSCPTLocation("20"), "");  // no directory variable
+    EXPECT_EQ(device->Info()->Name("20"), "");
+}
+
+TEST_F(Commands, ACommandSetUpThatFailsDoesNotStopTheConnect) {
+    node->InjectFault({.operation = "ReadValue",
+                       .target = "nvoCommandStatus",
+                       .kind = sim::FaultKind::kNoAnswer,
+                       .count = sim::kFaultAlways});
+    device->Connect(node, nullptr);  // the status upload fails with 769, which is let pass
+    EXPECT_TRUE(device->Connected());
+    EXPECT_EQ(device->CommandChannel()->StatusVariable()->Name(), "nvoCommandStatus");
+}
+
 TEST_F(Commands, FailingExchangesGiveEmptyResultsAndRaiseNothing) {
     const auto info = device->Info();
     node->InjectFault({.operation = "SendNetworkMessage",
