@@ -7,6 +7,7 @@
 #include "automation/Conversions.h"
 #include "interfaces/CommunicationCheck.h"
 #include "interfaces/HostResources.h"
+#include "interfaces/IHostConfigItems.h"
 #include "interfaces/INodeVariable.h"
 
 namespace vx {
@@ -49,7 +50,27 @@ constexpr std::uint8_t kNameBytes = kNameLength + 1;  // the text and its zero b
 constexpr float kDirectoryEntryOffset = 10;
 // A name operation gives up at the third failure within one call.
 constexpr int kNameAttempts = 3;
-constexpr std::int32_t kDownloadRequestLevel = 127;
+// The level argument of a variable's download in the device's bulk operations.
+constexpr std::int32_t kDownloadLevel = 127;
+constexpr std::int32_t kMaskAdvancedConfig = 0x80;
+// A node restarting its application after a configuration download says so in its alarm text.
+constexpr const char* kApplicationResetting = "0 Application Resetting";
+constexpr std::uint32_t kResetPollMs = 1000;
+constexpr std::int64_t kResetWaitSeconds = 90;
+
+// A host's raw value as bytes: an array of Byte as it is, an array of Variants entry by entry.
+ByteArray ToByteArray(const Variant& value) {
+    if (const auto* bytes = value.Get<ByteArray>()) return *bytes;
+    const auto* variants = value.Get<VariantArray>();
+    if (!variants) RaiseRuntimeError(kErrTypeMismatch);
+    if (!variants->IsAllocated()) return {};
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(variants->Count());
+    for (const Variant& entry : variants->Values()) {
+        bytes.push_back(CByte(entry));
+    }
+    return ByteArray(variants->LBound(), std::move(bytes));
+}
 
 std::uint8_t AddressByte(std::string_view digits) {
     return CByte(Variant("&H" + std::string(digits)));
@@ -418,7 +439,7 @@ void CDevice::DownloadRequest(std::int32_t lonObject, std::int32_t objectRequest
     buffer->Clear();
     buffer->SetUInt16(*NewOffset(0, 0), lonObject);
     buffer->SetUInt8(*NewOffset(2, 0), CByte(static_cast<double>(objectRequest)));
-    request->Download(kDownloadRequestLevel, false);
+    request->Download(kDownloadLevel, false);
 }
 
 LonObjectStatusPtr CDevice::UploadStatus() {
@@ -428,6 +449,118 @@ LonObjectStatusPtr CDevice::UploadStatus() {
         record->Init(status->ValueBuffer());
     }
     return record;
+}
+
+// ---- Configuration transfer
+// ----------------------------------------------------------------------
+
+void CDevice::Download(std::int32_t objectID, std::int32_t mask) {
+    m_command->OpenConfigDownload(m_modificationLevel, objectID);
+
+    std::vector<DeviceVariablePtr> chosen;
+    if ((mask & kMaskAdvancedConfig) != 0) {
+        chosen = m_advancedConfig.Item(std::string_view(std::to_string(objectID)));
+    } else {
+        for (const auto& object : m_objects->NewEnum()) {
+            const auto variables = object->Variables();
+            chosen.insert(chosen.end(), variables.begin(), variables.end());
+        }
+    }
+
+    bool metConfigItem = false;
+    for (const auto& variable : chosen) {
+        const std::int32_t category = variable->Category();
+        if ((category & mask) == 0 && mask != kMaskAdvancedConfig) continue;
+        if (category == kCategoryConfigItem) {
+            // The listeners write the configuration items themselves, inside this call.
+            if (!metConfigItem) {
+                metConfigItem = true;
+                m_afterConfigDMDownload.Raise();
+            }
+            continue;
+        }
+        variable->Download(kDownloadLevel, false);
+    }
+
+    if (metConfigItem) {
+        m_deferredClose = true;
+    } else {
+        m_command->CloseConfigDownload(m_modificationLevel);
+    }
+}
+
+void CDevice::Upload(std::int32_t mask) {
+    if (m_deferredClose) {
+        m_command->CloseConfigDownload(m_modificationLevel);
+        WaitForApplicationReset();
+    }
+    for (const auto& object : m_objects->NewEnum()) {
+        for (const auto& variable : object->Variables()) {
+            const std::int32_t category = variable->Category();
+            if ((category & mask) == 0) continue;
+            if (category == kCategoryConfigItem) {
+                m_afterConfigDMUpload.Raise();  // once for every such variable
+            } else {
+                variable->Upload();
+            }
+        }
+    }
+}
+
+bool CDevice::WaitForApplicationReset() {
+    std::string text;
+    try {
+        const auto nodeObject = m_objects->Item(0);
+        if (!nodeObject) RaiseRuntimeError(kErrObjectNotSet);
+        const auto alarm = nodeObject->VariableByName("nvoAlarmMessage");
+        const auto start = Now();
+        for (;;) {
+            alarm->Upload();
+            text = CStr(alarm->Value());
+            Sleep(kResetPollMs);
+            const auto elapsed =
+                std::chrono::duration_cast<std::chrono::seconds>(Now() - start).count();
+            if (text != kApplicationResetting || elapsed > kResetWaitSeconds) break;
+        }
+    } catch (const ComError&) {
+        // The wait ends with what was last read.
+    }
+    return text != kApplicationResetting;
+}
+
+// ---- Configuration import
+// ------------------------------------------------------------------------
+
+void CDevice::SetConfig(const ObjectPtr& configItems, std::int32_t varCat) {
+    try {
+        const auto source = std::dynamic_pointer_cast<IHostConfigItems>(configItems);
+        const auto lookUp = [&](const std::string& key) {
+            if (!source) RaiseRuntimeError(configItems ? kErrTypeMismatch : kErrObjectNotSet);
+            return source->Item(key);
+        };
+        for (const auto& object : m_objects->NewEnum()) {
+            for (const auto& variable : object->Variables()) {
+                if (variable->Category() != varCat) continue;
+                if (varCat == kCategoryConfigItem) {
+                    const auto item = lookUp(variable->ItemName());
+                    if (!item) RaiseRuntimeError(kErrObjectNotSet);  // a missing item ends the walk
+                    variable->ValueBuffer()->SetBytes(ToByteArray(item->Value()));
+                } else if (varCat == kCategoryConfigProperty) {
+                    const auto item =
+                        lookUp(variable->Name() + "." + std::to_string(variable->NvIndex()));
+                    if (!item) continue;  // a property the source does not hold stays as it is
+                    (void)item->Name();
+                    (void)item->Number();
+                    (void)item->Value();  // the source is read twice; the second read counts
+                    variable->ValueBuffer()->SetBytes(ToByteArray(item->Value()));
+                }
+            }
+        }
+    } catch (const ComError&) {
+        // The text keeps its marks: the error names neither variable nor object.
+        RaiseLibraryError(LibraryErrorNumber(kIdVariableNotFound),
+                          source::Join(source::kDevice, source::kSetConfig));
+    }
 }
 
 }  // namespace vx

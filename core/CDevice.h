@@ -43,6 +43,8 @@ public:
     void Connect(const ObjectPtr& nodeNetworkConnection, const ObjectPtr& revisionInfo) override;
     void Disconnect() override;
     bool Ping() override;
+    void Download(std::int32_t objectID, std::int32_t mask) override;
+    void Upload(std::int32_t mask) override;
     bool Connected() const override { return m_connection != nullptr; }
     LonObjectPtr Object(std::int32_t objectID) override;
     LonObjectPtr ProfileObject(std::int32_t profile) override;
@@ -52,6 +54,7 @@ public:
     std::vector<LonObjectPtr> NewEnum() const override;
     bool Wink() override;
     std::int32_t ConfigModificationLevel() const override { return m_modificationLevel; }
+    void SetConfig(const ObjectPtr& configItems, std::int32_t varCat) override;
 
     // ---- IOrvexDeviceInfo --------------------------------------------------------------------
     std::string Name(const std::string& location) override;
@@ -93,6 +96,7 @@ public:
     Event<>& AfterConfigDMUploadEvent() override { return m_afterConfigDMUpload; }
     // Declared for host listeners; the library never raises it.
     Event<>& RequestDownloadEvent() { return m_requestDownload; }
+    bool DeferredClose() const noexcept { return m_deferredClose; }
 
     const CommandPtr& CommandChannel() const noexcept { return m_command; }
     const CDeviceObjects& Objects() const noexcept { return *m_objects; }
@@ -112,8 +116,14 @@ private:
     // data as hexadecimal text, or nothing when the exchange failed.
     std::optional<std::string> ReadMemory(const std::string& address, std::uint8_t count);
     NodeConnectionPtr RequireConnection() const;
+    // Polls the node's alarm message until its application has restarted; false when it was
+    // still restarting after 90 seconds. Never raises.
+    bool WaitForApplicationReset();
 
     NodeConnectionPtr m_connection;
+    // Set by a download that left the phase open for the configuration items; every later upload
+    // closes the phase and waits for the node's restart.
+    bool m_deferredClose = false;
     std::shared_ptr<OrvexCommand> m_command;
     std::shared_ptr<CDeviceObjects> m_objects;
     Collection<std::vector<DeviceVariablePtr>> m_advancedConfig;

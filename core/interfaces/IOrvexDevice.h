@@ -28,6 +28,17 @@ public:
     virtual void Disconnect() = 0;
     // Whether the node answers a Query Status; never raises. Needs a connection (91 without).
     virtual bool Ping() = 0;
+    // Downloads the variables whose category shares a bit with `mask`, framed by a configuration
+    // download on the command channel at the current modification level. Bit 0x80 takes the
+    // object's advanced configuration instead of every object (exactly 128: all of it, whatever
+    // the categories). Configuration items (category 1) are not downloaded but announced once
+    // through AfterConfigDMDownload; the phase is then closed by the next Upload.
+    virtual void Download(std::int32_t objectID, std::int32_t mask) = 0;
+    // Uploads the variables whose category shares a bit with `mask`; announces each
+    // configuration item through AfterConfigDMUpload. After a download whose close was deferred it
+    // first closes the phase and waits (at most about 90 seconds) for the node's application
+    // to restart.
+    virtual void Upload(std::int32_t mask) = 0;
     virtual bool Connected() const = 0;
     // The LonMark object with that ID; nullptr when there is none.
     virtual LonObjectPtr Object(std::int32_t objectID) = 0;
@@ -47,6 +58,10 @@ public:
     virtual bool Wink() = 0;
     // The highest configuration level changed over the device's life.
     virtual std::int32_t ConfigModificationLevel() const = 0;
+    // Copies a configuration the host keeps (an IHostConfigItems) into the value buffers of the
+    // variables of category `varCat` (1 or 2; other categories change nothing). Nothing is sent
+    // to the node. A failure ends the walk and raises 513 with its text left unfilled.
+    virtual void SetConfig(const ObjectPtr& configItems, std::int32_t varCat) = 0;
 };
 
 using DevicePtr = std::shared_ptr<IOrvexDevice>;

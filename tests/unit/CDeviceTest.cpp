@@ -314,6 +314,15 @@ TEST_F(DeviceTest, RevisionIsWhatFollowsTheHostsMarker) {
     InstallHostResources(previous);
 }
 
+TEST_F(DeviceTest, WithoutRequestAndStatusVariablesObjectRequestsDoNothing) {
+    device->DownloadRequest(1, 2);  // nothing to write to, nothing raised
+    const auto status = device->UploadStatus();
+    EXPECT_EQ(status->ObjectID(), 0);
+    EXPECT_FALSE(status->InAlarm());
+    EXPECT_FALSE(device->Wink());
+    EXPECT_COM_ERROR(device->Ping(), kErrObjectNotSet);
+}
+
 TEST(VxDefTest, EachDeviceIsNewAndUnconnected) {
     const VxDef factory;
     const auto first = factory.CreateDeviceManager();
