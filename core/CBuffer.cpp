@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cfloat>
 #include <limits>
 #include <vector>
 
@@ -24,6 +25,72 @@ namespace {
 constexpr bool FitsLong(std::int64_t value) noexcept {
     return value >= std::numeric_limits<std::int32_t>::min() &&
            value <= std::numeric_limits<std::int32_t>::max();
+}
+
+// Bytes 0 .. count - 1 (count 0..8) as one number, byte j in bits 8j .. 8j + 7, and back. Each
+// case handles its byte and falls through to the lower ones: straight-line code, no loop.
+std::uint64_t LoadWindow(const std::uint8_t* bytes, std::int32_t count) noexcept {
+    std::uint64_t value = 0;
+    switch (count) {
+        case 8:
+            value |= std::uint64_t{bytes[7]} << 56;
+            [[fallthrough]];
+        case 7:
+            value |= std::uint64_t{bytes[6]} << 48;
+            [[fallthrough]];
+        case 6:
+            value |= std::uint64_t{bytes[5]} << 40;
+            [[fallthrough]];
+        case 5:
+            value |= std::uint64_t{bytes[4]} << 32;
+            [[fallthrough]];
+        case 4:
+            value |= std::uint64_t{bytes[3]} << 24;
+            [[fallthrough]];
+        case 3:
+            value |= std::uint64_t{bytes[2]} << 16;
+            [[fallthrough]];
+        case 2:
+            value |= std::uint64_t{bytes[1]} << 8;
+            [[fallthrough]];
+        case 1:
+            value |= bytes[0];
+            break;
+        default:
+            break;
+    }
+    return value;
+}
+
+void StoreWindow(std::uint8_t* bytes, std::int32_t count, std::uint64_t value) noexcept {
+    switch (count) {
+        case 8:
+            bytes[7] = static_cast<std::uint8_t>(value >> 56);
+            [[fallthrough]];
+        case 7:
+            bytes[6] = static_cast<std::uint8_t>(value >> 48);
+            [[fallthrough]];
+        case 6:
+            bytes[5] = static_cast<std::uint8_t>(value >> 40);
+            [[fallthrough]];
+        case 5:
+            bytes[4] = static_cast<std::uint8_t>(value >> 32);
+            [[fallthrough]];
+        case 4:
+            bytes[3] = static_cast<std::uint8_t>(value >> 24);
+            [[fallthrough]];
+        case 3:
+            bytes[2] = static_cast<std::uint8_t>(value >> 16);
+            [[fallthrough]];
+        case 2:
+            bytes[1] = static_cast<std::uint8_t>(value >> 8);
+            [[fallthrough]];
+        case 1:
+            bytes[0] = static_cast<std::uint8_t>(value);
+            break;
+        default:
+            break;
+    }
 }
 
 const CDataOffset& Deref(const DataOffsetPtr& offset) {
@@ -55,6 +122,51 @@ inline std::uint8_t Rest(std::int32_t n) {
 }
 
 }  // namespace
+
+// ---- Cached type facts ------------------------------------------------------------------------
+
+std::int32_t CachedTypedef::Learn(Fact fact) const {
+    std::int32_t answer = 0;
+    switch (fact) {
+        case kCategory:
+            answer = m_category = m_type->TypeCategory();
+            break;
+        case kBitSize:
+            answer = m_bitSize = m_type->BitSize();
+            break;
+        case kTextLength:
+            answer = m_textLength = m_type->TextLength();
+            break;
+        case kSigned:
+            m_signed = m_type->IsSigned();
+            answer = m_signed ? 1 : 0;
+            break;
+        case kResultType:
+            answer = m_resultType = m_type->ResultType();
+            break;
+        case kScaleFactor:
+            answer = m_scaleFactor = m_type->ScaleFactor();
+            m_reciprocal = answer > 1 ? 1.0 / answer : 0.0;
+            break;
+        case kMultiplies:
+            m_multiplies = m_type->ScaleMultiplies();
+            answer = m_multiplies ? 1 : 0;
+            break;
+        case kMinValue:
+            answer = m_minValue = m_type->MinValue();
+            break;
+        case kMaxValue:
+            answer = m_maxValue = m_type->MaxValue();
+            break;
+        case kInvalid:
+            m_invalid = 0;  // what the caller sees if the description leaves the code unset
+            m_hasInvalid = m_type->InvalidValue(m_invalid);
+            break;
+    }
+    // Only an answer is kept: a question that raised is asked again next time.
+    m_known = static_cast<std::uint16_t>(m_known | fact);
+    return answer;
+}
 
 // ---- Byte routines ---------------------------------------------------------------------------
 
@@ -254,9 +366,59 @@ bool CBuffer::PrepareMerge(std::int32_t byteOffset, std::int32_t byteCount) {
     return byteOffset <= span && fieldEnd <= span;
 }
 
+bool CBuffer::MergeWindow(const std::uint8_t* source, std::int32_t sourceCount,
+                          std::int32_t byteOffset, std::int32_t byteCount, std::int32_t bitOffset,
+                          std::int32_t endBit, bool& changed) noexcept {
+    if (sourceCount < 0 || byteOffset < 0 || byteCount < 1 || byteCount > 8 || bitOffset < 0 ||
+        bitOffset > 7 || endBit < 0 || endBit > 7) {
+        return false;
+    }
+    // The source bytes MergeBytes takes, worked out as it does: up to Int(nbits / 8) + 1 of them
+    // (and no more than the run holds), the last cut to the remainder of nbits / 8 bits.
+    const std::int32_t nbits = byteCount * 8 - bitOffset - (7 - endBit);
+    const std::int32_t wholeBytes = nbits >= 0 ? nbits / 8 : -((7 - nbits) / 8);
+    const std::int32_t tailBits = nbits % 8;
+    const std::int32_t lastSource = std::min(wholeBytes, sourceCount - 1);
+    const std::int32_t taken = std::max(std::min(lastSource, byteCount - 1) + 1, 0);
+    std::uint64_t data = LoadWindow(source, taken);
+    std::uint64_t keep = taken == 8 ? 0 : ~std::uint64_t{0} << (8 * taken);
+    if (tailBits >= 1 && lastSource >= 0 && lastSource == taken - 1) {
+        const std::uint64_t cut = std::uint64_t{0xFFu & ~((1u << tailBits) - 1u)}
+                                  << (8 * lastSource);
+        data &= ~cut;
+        keep |= cut;
+    }
+    // Moved up by the bit offset; the bits below it in the first byte stay.
+    data <<= bitOffset;
+    keep = (keep << bitOffset) | ((std::uint64_t{1} << bitOffset) - 1);
+
+    std::uint8_t* bytes = m_bytes.Values().data() + byteOffset;
+    const std::uint64_t old = LoadWindow(bytes, byteCount);
+    std::uint64_t updated = (old & keep) | data;
+    if (byteCount < 8) updated &= (std::uint64_t{1} << (8 * byteCount)) - 1;  // past the run
+    changed = updated != old;
+    StoreWindow(bytes, byteCount, updated);
+    return true;
+}
+
 void CBuffer::MergeLoaded(const std::uint8_t* source, std::int32_t sourceCount,
                           std::int32_t byteOffset, std::int32_t byteCount, std::int32_t bitOffset,
                           std::int32_t endBit) {
+    bool changed = false;
+    if (bitOffset == 0 && endBit == 7 && byteOffset >= 0 && byteCount >= 1 &&
+        sourceCount == byteCount) {
+        // Whole bytes from a source of the run's length (texts): they replace the run as they are.
+        changed = ReplaceBytes(m_bytes.Values().data() + byteOffset, source, byteCount);
+    } else if (!MergeWindow(source, sourceCount, byteOffset, byteCount, bitOffset, endBit,
+                            changed)) {
+        changed = MergeBytes(source, sourceCount, byteOffset, byteCount, bitOffset, endBit);
+    }
+    if (changed) m_modified.Raise();
+}
+
+bool CBuffer::MergeBytes(const std::uint8_t* source, std::int32_t sourceCount,
+                         std::int32_t byteOffset, std::int32_t byteCount, std::int32_t bitOffset,
+                         std::int32_t endBit) {
     bool changed = false;
     try {
         // Remainders keep the sign of the dividend, as the platform's Mod does.
@@ -321,7 +483,7 @@ void CBuffer::MergeLoaded(const std::uint8_t* source, std::int32_t sourceCount,
     } catch (const ComError&) {
         RaiseLoadFailed(source::kMergeBits);
     }
-    if (changed) m_modified.Raise();
+    return changed;
 }
 
 void CBuffer::MergeBits(const ByteArray& source, std::int32_t byteOffset, std::int32_t byteCount,
@@ -340,45 +502,22 @@ std::vector<std::uint8_t> CBuffer::TypedRun(const CDataOffset& offset, std::int3
     return ExtractBits(offset.ByteOffset(), byteCount + 1, bit, bit - 1).Values();
 }
 
-void CBuffer::MergeTyped(const std::uint8_t* bigEndian, std::int32_t count,
-                         const CDataOffset& offset, std::int32_t byteCount) {
+void CBuffer::MergeTypedRun(const std::uint8_t* bigEndian, std::int32_t count,
+                            const CDataOffset& offset, std::int32_t byteCount) {
     const std::int32_t bit = offset.BitOffset();
     const std::int32_t runBytes = bit == 0 ? byteCount : byteCount + 1;
     const std::int32_t endBit = bit == 0 ? 7 : bit - 1;
     if (!PrepareMerge(offset.ByteOffset(), runBytes)) return;
-    if (bit == 0 && count == byteCount) {
-        // Whole bytes in range: the field is replaced as it stands.
-        std::uint8_t* target = m_bytes.Values().data() + offset.ByteOffset();
-        if (std::equal(bigEndian, bigEndian + count, target)) return;
-        std::copy_n(bigEndian, count, target);
-        m_modified.Raise();
-        return;
-    }
     MergeLoaded(bigEndian, count, offset.ByteOffset(), runBytes, bit, endBit);
 }
 
-std::int32_t CBuffer::GetUInt8(const CDataOffset& offset) {
+std::int32_t CBuffer::RunUInt8(const CDataOffset& offset) {
     std::uint64_t bits = 0;
     if (TypedRunBits(offset, 1, bits)) return static_cast<std::int32_t>(bits & 0xFF);
     return TypedRun(offset, 1)[0];
 }
 
-void CBuffer::SetUInt8(const CDataOffset& offset, std::uint8_t value) {
-    MergeTyped(&value, 1, offset, 1);
-}
-
-std::int32_t CBuffer::GetInt8(const CDataOffset& offset) {
-    const std::int32_t raw = GetUInt8(offset);
-    return raw >= 128 ? raw - 256 : raw;
-}
-
-void CBuffer::SetInt8(const CDataOffset& offset, std::int32_t value) {
-    if (value < -128 || value > 127) return;
-    const auto raw = static_cast<std::uint8_t>(value < 0 ? 256 + value : value);
-    MergeTyped(&raw, 1, offset, 1);
-}
-
-std::int32_t CBuffer::GetUInt16(const CDataOffset& offset) {
+std::int32_t CBuffer::RunUInt16(const CDataOffset& offset) {
     std::uint64_t bits = 0;
     if (TypedRunBits(offset, 2, bits)) {
         return static_cast<std::int32_t>(((bits & 0xFF) << 8) | ((bits >> 8) & 0xFF));
@@ -386,26 +525,6 @@ std::int32_t CBuffer::GetUInt16(const CDataOffset& offset) {
     // Only the first two bytes count; a run cut to one byte has no low byte.
     const std::vector<std::uint8_t> run = TypedRun(offset, 2);
     return run[0] * 256 + (run.size() > 1 ? run[1] : 0);
-}
-
-void CBuffer::SetUInt16(const CDataOffset& offset, std::int32_t value) {
-    if (value < 0 || value > 65535) return;
-    const std::array<std::uint8_t, 2> raw{static_cast<std::uint8_t>(value >> 8),
-                                          static_cast<std::uint8_t>(value & 0xFF)};
-    MergeTyped(raw.data(), 2, offset, 2);
-}
-
-std::int32_t CBuffer::GetInt16(const CDataOffset& offset) {
-    const std::int32_t raw = GetUInt16(offset);
-    return raw >= 32768 ? raw - 65536 : raw;
-}
-
-void CBuffer::SetInt16(const CDataOffset& offset, std::int32_t value) {
-    if (value < -32768 || value > 32767) return;
-    const auto raw = static_cast<std::uint16_t>(value);
-    const std::array<std::uint8_t, 2> bytes{static_cast<std::uint8_t>(raw >> 8),
-                                            static_cast<std::uint8_t>(raw & 0xFF)};
-    MergeTyped(bytes.data(), 2, offset, 2);
 }
 
 std::int32_t CBuffer::GetBits(const CDataOffset& offset, std::int32_t width) {
@@ -482,11 +601,15 @@ void CBuffer::SetSingle(const CDataOffset& offset, float value) {
 
 std::string CBuffer::GetAscii(std::int32_t byteOffset, std::int32_t length) {
     if (length < 1) return {};
-    const ByteArray bytes = ExtractBits(byteOffset, length, 0, 7);
+    // ExtractBits of whole bytes, read where they stand rather than copied out first; an invalid
+    // range gives ExtractBits' single 0 byte, which is no text.
+    Run run;
+    if (!PrepareExtract(byteOffset, length, 0, 7, run)) return {};
+    const std::uint8_t* codes = m_bytes.Values().data() + run.first;
     std::string text;
-    for (const std::uint8_t code : bytes.Values()) {
-        if (code == 0 || static_cast<std::int32_t>(text.size()) >= length) break;
-        text.push_back(static_cast<char>(code));
+    for (std::int32_t i = 0; i < run.count; ++i) {
+        if (codes[i] == 0 || static_cast<std::int32_t>(text.size()) >= length) break;
+        text.push_back(static_cast<char>(codes[i]));
     }
     return text;
 }
@@ -495,12 +618,20 @@ void CBuffer::SetAscii(std::int32_t byteOffset, std::int32_t length, std::string
     if (length < 1) return;
     if (!PrepareMerge(byteOffset, length)) return;
     if (byteOffset < 0) RaiseLoadFailed(source::kMergeBits);  // an index before the first byte
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length), 0);
-    const std::size_t fitting = std::min(text.size(), bytes.size());
-    std::copy_n(text.begin(), fitting, bytes.begin());
+    // The field's bytes: on the stack for the usual short texts, on the heap for longer ones.
+    std::array<std::uint8_t, 64> small{};
+    std::vector<std::uint8_t> large;
+    std::uint8_t* bytes = small.data();
+    const auto count = static_cast<std::size_t>(length);
+    if (count > small.size()) {
+        large.resize(count);
+        bytes = large.data();
+    }
+    const std::size_t fitting = std::min(text.size(), count);
+    std::copy_n(text.begin(), fitting, bytes);
     // The field always ends in a 0 byte: a text that fills it loses its last character.
-    if (fitting == bytes.size()) bytes.back() = 0;
-    MergeLoaded(bytes.data(), length, byteOffset, length, 0, 7);
+    if (fitting == count) bytes[count - 1] = 0;
+    MergeLoaded(bytes, length, byteOffset, length, 0, 7);
 }
 
 // ---- By type description ---------------------------------------------------------------------
@@ -511,116 +642,261 @@ DataOffsetPtr CBuffer::ElementOffset(const IOrvexTypedef& type, const DataOffset
     return offset;
 }
 
-std::int32_t CBuffer::ReadInteger(const IOrvexTypedef& type, const CDataOffset& offset) {
+namespace {
+
+// The two shortcuts below rely on double arithmetic being rounded to double precision, as with
+// SSE2 and on every 64-bit target; where intermediate results may be wider (x87), they step aside.
+constexpr bool kDoubleArithmetic = FLT_EVAL_METHOD == 0;
+
+// RawToScaled's division, raw / factor rounded to a Double and then to a Single, done as a
+// multiplication by the reciprocal (a division takes several times as long).
+// raw x RN(1 / factor) has a relative error below 2^-52, so it lies within 3 units in its last
+// place of the rounded quotient. Rounding to a Single gives both the same result unless a point
+// halfway between two Singles lies between them: only when the 29 bits the Single drops are
+// within a few units of that point (1 << 28) is the division done after all.
+float DivideByFactor(std::int32_t raw, std::int32_t factor, double reciprocal) {
+    constexpr std::uint64_t kDropped = (std::uint64_t{1} << 29) - 1;
+    constexpr std::uint64_t kHalfway = std::uint64_t{1} << 28;
+    constexpr std::uint64_t kMargin = 8;
+    const double product = static_cast<double>(raw) * reciprocal;
+    const std::uint64_t dropped = std::bit_cast<std::uint64_t>(product) & kDropped;
+    if (dropped - (kHalfway - kMargin) > 2 * kMargin) return static_cast<float>(product);
+    return static_cast<float>(static_cast<double>(raw) / factor);
+}
+
+// RawToScaled, the division through a cached type's reciprocal.
+float ToScaled(const IOrvexTypedef& /*type*/, std::int32_t raw, std::int32_t factor,
+               bool multiplies) {
+    return RawToScaled(raw, factor, multiplies);
+}
+float ToScaled(const CachedTypedef& type, std::int32_t raw, std::int32_t factor, bool multiplies) {
+    if (!kDoubleArithmetic || factor < 2 || multiplies) return RawToScaled(raw, factor, multiplies);
+    return DivideByFactor(raw, factor, type.ScaleReciprocal());
+}
+
+// ScaledToRaw, CLng of the unscaled value, for a cached type: inline where that value lies inside
+// the Long range, rounded half to even from its truncation (which, unlike a rounding
+// instruction, does not depend on the floating-point rounding mode); NaN and values at or past the
+// range's ends go to ScaledToRaw for its overflow.
+std::int32_t ToRaw(const IOrvexTypedef& /*type*/, float scaled, std::int32_t factor,
+                   bool multiplies) {
+    return ScaledToRaw(scaled, factor, multiplies);
+}
+std::int32_t ToRaw(const CachedTypedef& /*type*/, float scaled, std::int32_t factor,
+                   bool multiplies) {
+    double value = scaled;
+    if (factor > 1) value = multiplies ? value / factor : value * factor;
+    if (!kDoubleArithmetic || !(value > -2147483648.0 && value < 2147483647.0)) {
+        return ScaledToRaw(scaled, factor, multiplies);
+    }
+    const auto whole = static_cast<std::int32_t>(value);  // toward zero
+    const double fraction = value - whole;                // exact
+    if (fraction > 0.5 || (fraction == 0.5 && (whole & 1) != 0)) return whole + 1;
+    if (fraction < -0.5 || (fraction == -0.5 && (whole & 1) != 0)) return whole - 1;
+    return whole;
+}
+
+// The by-type members below are written once for both IOrvexTypedef and CachedTypedef (`Type` is
+// either), so that both ask for the type's facts in the same order.
+
+// The offset of entry `index` of an array of the type, computed into `entry`, which the caller
+// keeps; for an index below 1, the bound offset itself, read where it stands.
+template <typename Type>
+const CDataOffset& EntryAt(const Type& type, const DataOffsetPtr& offset, std::int32_t index,
+                           CDataOffset& entry) {
+    if (index < 1) return Deref(offset);
+    entry = Deref(offset).ArrayEntry(type, index);
+    return entry;
+}
+
+template <typename Type>
+inline std::int32_t DecodeInteger(CBuffer& buffer, const Type& type, const CDataOffset& offset) {
     const std::int32_t bits = type.BitSize();
     if (type.IsSigned()) {
-        if (bits == 8) return GetInt8(offset);
-        if (bits == 16) return GetInt16(offset);
+        if (bits == 8) return buffer.GetInt8(offset);
+        if (bits == 16) return buffer.GetInt16(offset);
         return 0;
     }
-    if (bits == 8) return GetUInt8(offset);
-    if (bits == 16) return GetUInt16(offset);
-    return GetBits(offset, bits);
+    if (bits == 8) return buffer.GetUInt8(offset);
+    if (bits == 16) return buffer.GetUInt16(offset);
+    return buffer.GetBits(offset, bits);
+}
+
+// SetLong for an integer type, at the entry's offset.
+template <typename Type>
+inline void EncodeInteger(CBuffer& buffer, const Type& type, const CDataOffset& at,
+                          std::int32_t value) {
+    const std::int32_t bits = type.BitSize();
+    if (type.IsSigned()) {
+        // A signed field of another size is neither read nor written.
+        if (bits == 8) buffer.SetInt8(at, value);
+        if (bits == 16) buffer.SetInt16(at, value);
+        return;
+    }
+    if (bits == 8) {
+        buffer.SetUInt8(at, CByte(static_cast<double>(value)));
+    } else if (bits == 16) {
+        buffer.SetUInt16(at, value);
+    } else {
+        buffer.SetBits(at, bits, value);
+    }
+}
+
+// The engineering value of an integer type's raw value.
+template <typename Type>
+inline Variant Engineering(const Type& type, std::int32_t raw) {
+    const std::int32_t resultType = type.ResultType();
+    const std::int32_t factor = type.ScaleFactor();
+    const bool multiplies = type.ScaleMultiplies();
+    if (resultType == kResultTypeLong && (factor < 2 || multiplies)) {
+        // No division: the engineering value is a whole number and stays a Long.
+        return factor < 2 ? raw : CheckedMultiply(raw, factor);
+    }
+    return ToScaled(type, raw, factor, multiplies);
+}
+
+template <typename Type>
+std::int32_t DecodeLong(CBuffer& buffer, const Type& type, const DataOffsetPtr& offset,
+                        std::int32_t index) {
+    if (type.TypeCategory() != kCategoryInteger) return 0;
+    CDataOffset entry;
+    return DecodeInteger(buffer, type, EntryAt(type, offset, index, entry));
+}
+
+template <typename Type>
+void EncodeLong(CBuffer& buffer, const Type& type, const DataOffsetPtr& offset, std::int32_t index,
+                std::int32_t value) {
+    if (type.TypeCategory() != kCategoryInteger) return;
+    CDataOffset entry;
+    EncodeInteger(buffer, type, EntryAt(type, offset, index, entry), value);
+}
+
+template <typename Type>
+Variant DecodeValue(CBuffer& buffer, const Type& type, std::int32_t category,
+                    const DataOffsetPtr& offset, std::int32_t index) {
+    if (category < kCategoryInteger || category > kCategoryAscii) return {};
+    CDataOffset entry;
+    const CDataOffset& at = EntryAt(type, offset, index, entry);
+    switch (category) {
+        case kCategoryInteger:
+            return Engineering(type, DecodeInteger(buffer, type, at));
+        case kCategoryFloat:
+            return buffer.GetSingle(at);
+        case kCategoryBoolean:
+            return buffer.GetBits(at, 1) != 0;
+        default:
+            return buffer.GetAscii(at.ByteOffset(), type.TextLength());
+    }
+}
+
+template <typename Type>
+void EncodeScaled(CBuffer& buffer, const Type& type, const DataOffsetPtr& offset,
+                  std::int32_t index, float scaled) {
+    const std::int32_t raw = ToRaw(type, scaled, type.ScaleFactor(), type.ScaleMultiplies());
+    CDataOffset entry;
+    EncodeInteger(buffer, type, EntryAt(type, offset, index, entry), raw);
+}
+
+template <typename Type>
+void EncodeValue(CBuffer& buffer, const Type& type, std::int32_t category,
+                 const DataOffsetPtr& offset, std::int32_t index, const Variant& value) {
+    if (category == kCategoryInteger) {
+        EncodeScaled(buffer, type, offset, index, CSng(value));
+        return;
+    }
+    if (category < kCategoryFloat || category > kCategoryAscii) return;
+    CDataOffset entry;
+    const CDataOffset& at = EntryAt(type, offset, index, entry);
+    switch (category) {
+        case kCategoryFloat:
+            buffer.SetSingle(at, CSng(value));
+            break;
+        case kCategoryBoolean:
+            buffer.SetBits(at, 1, CBool(value) ? 1 : 0);
+            break;
+        default:
+            buffer.SetAscii(at.ByteOffset(), type.TextLength(), CStr(value));
+            break;
+    }
+}
+
+}  // namespace
+
+std::int32_t CBuffer::ReadInteger(const IOrvexTypedef& type, const CDataOffset& offset) {
+    return DecodeInteger(*this, type, offset);
 }
 
 std::int32_t CBuffer::GetLong(const IOrvexTypedef& type, const DataOffsetPtr& offset,
                               std::int32_t index) {
-    if (type.TypeCategory() != kCategoryInteger) return 0;
-    if (index > 0) return ReadInteger(type, *ElementOffset(type, offset, index));
-    return ReadInteger(type, Deref(offset));
+    return DecodeLong(*this, type, offset, index);
+}
+
+std::int32_t CBuffer::GetLong(const CachedTypedef& type, const DataOffsetPtr& offset,
+                              std::int32_t index) {
+    return DecodeLong(*this, type, offset, index);
 }
 
 void CBuffer::SetLong(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
                       std::int32_t value) {
-    if (type.TypeCategory() != kCategoryInteger) return;
-    const DataOffsetPtr entry = index > 0 ? ElementOffset(type, offset, index) : nullptr;
-    WriteInteger(type, entry ? *entry : Deref(offset), value);
+    EncodeLong(*this, type, offset, index, value);
 }
 
-void CBuffer::WriteInteger(const IOrvexTypedef& type, const CDataOffset& at, std::int32_t value) {
-    const std::int32_t bits = type.BitSize();
-    if (type.IsSigned()) {
-        // A signed field of another size is neither read nor written.
-        if (bits == 8) SetInt8(at, value);
-        if (bits == 16) SetInt16(at, value);
-        return;
-    }
-    if (bits == 8) {
-        SetUInt8(at, CByte(static_cast<double>(value)));
-    } else if (bits == 16) {
-        SetUInt16(at, value);
-    } else {
-        SetBits(at, bits, value);
-    }
+void CBuffer::SetLong(const CachedTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
+                      std::int32_t value) {
+    EncodeLong(*this, type, offset, index, value);
 }
 
 Variant CBuffer::GetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset,
                           std::int32_t index) {
-    return GetValue(type, type.TypeCategory(), offset, index);
+    return DecodeValue(*this, type, type.TypeCategory(), offset, index);
 }
 
 Variant CBuffer::GetValue(const IOrvexTypedef& type, std::int32_t category,
                           const DataOffsetPtr& offset, std::int32_t index) {
-    if (category < kCategoryInteger || category > kCategoryAscii) return {};
-    const DataOffsetPtr entry = index > 0 ? ElementOffset(type, offset, index) : nullptr;
-    const CDataOffset& at = entry ? *entry : Deref(offset);
-    switch (category) {
-        case kCategoryInteger: {
-            const std::int32_t raw = ReadInteger(type, at);
-            const std::int32_t resultType = type.ResultType();
-            const std::int32_t factor = type.ScaleFactor();
-            const bool multiplies = type.ScaleMultiplies();
-            if (resultType == kResultTypeLong && (factor < 2 || multiplies)) {
-                // No division: the engineering value is a whole number and stays a Long.
-                return factor < 2 ? raw : CheckedMultiply(raw, factor);
+    return DecodeValue(*this, type, category, offset, index);
+}
+
+Variant CBuffer::GetValue(const CachedTypedef& type, std::int32_t category,
+                          const DataOffsetPtr& offset, std::int32_t index) {
+    // Once the type's integer facts are known, no question to the type is left: an 8- or 16-bit
+    // field at bit 0 inside loaded content is then read right here, without the general path's
+    // calls (most values are such fields).
+    if (category == kCategoryInteger && index < 1 && offset && type.KnowsIntegerFacts()) {
+        const std::int32_t bits = type.BitSize();
+        if (bits == 8 || bits == 16) {
+            if (const std::uint8_t* bytes = WholeBytes(*offset, bits / 8)) {
+                std::int32_t raw = bits == 8 ? bytes[0] : bytes[0] * 256 + bytes[1];
+                if (type.IsSigned() && raw >= 1 << (bits - 1)) raw -= 1 << bits;
+                return Engineering(type, raw);
             }
-            return RawToScaled(raw, factor, multiplies);
         }
-        case kCategoryFloat:
-            return GetSingle(at);
-        case kCategoryBoolean:
-            return GetBits(at, 1) != 0;
-        default:
-            return GetAscii(at.ByteOffset(), type.TextLength());
     }
+    return DecodeValue(*this, type, category, offset, index);
 }
 
 void CBuffer::SetValue(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
                        const Variant& value) {
-    SetValue(type, type.TypeCategory(), offset, index, value);
-}
-
-void CBuffer::SetScaled(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
-                        float scaled) {
-    const std::int32_t raw = ScaledToRaw(scaled, type.ScaleFactor(), type.ScaleMultiplies());
-    if (index < 1) {
-        WriteInteger(type, Deref(offset), raw);
-        return;
-    }
-    const DataOffsetPtr entry = ElementOffset(type, offset, index);
-    WriteInteger(type, entry ? *entry : Deref(offset), raw);
+    EncodeValue(*this, type, type.TypeCategory(), offset, index, value);
 }
 
 void CBuffer::SetValue(const IOrvexTypedef& type, std::int32_t category,
                        const DataOffsetPtr& offset, std::int32_t index, const Variant& value) {
-    if (category == kCategoryInteger) {
-        SetScaled(type, offset, index, CSng(value));
-        return;
-    }
-    if (category < kCategoryFloat || category > kCategoryAscii) return;
-    const DataOffsetPtr entry = index > 0 ? ElementOffset(type, offset, index) : nullptr;
-    const CDataOffset& at = entry ? *entry : Deref(offset);
-    switch (category) {
-        case kCategoryFloat:
-            SetSingle(at, CSng(value));
-            break;
-        case kCategoryBoolean:
-            SetBits(at, 1, CBool(value) ? 1 : 0);
-            break;
-        default:
-            SetAscii(at.ByteOffset(), type.TextLength(), CStr(value));
-            break;
-    }
+    EncodeValue(*this, type, category, offset, index, value);
+}
+
+void CBuffer::SetValue(const CachedTypedef& type, std::int32_t category,
+                       const DataOffsetPtr& offset, std::int32_t index, const Variant& value) {
+    EncodeValue(*this, type, category, offset, index, value);
+}
+
+void CBuffer::SetScaled(const IOrvexTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
+                        float scaled) {
+    EncodeScaled(*this, type, offset, index, scaled);
+}
+
+void CBuffer::SetScaled(const CachedTypedef& type, const DataOffsetPtr& offset, std::int32_t index,
+                        float scaled) {
+    EncodeScaled(*this, type, offset, index, scaled);
 }
 
 }  // namespace vx

@@ -1,12 +1,8 @@
 #include "CDataOffset.h"
 
-#include "automation/Conversions.h"
-#include "automation/Overflow.h"
-
 namespace vx {
 
-std::uint8_t CDataOffset::BitOffset() const {
-    if (m_bitOffset >= 0 && m_bitOffset <= 255) return static_cast<std::uint8_t>(m_bitOffset);
+std::uint8_t CDataOffset::WideBitOffset() const {
     return CByte(static_cast<double>(m_bitOffset));
 }
 
@@ -24,16 +20,8 @@ void CDataOffset::Add(const IOrvexElementdef& def) {
 
 std::shared_ptr<CDataOffset> CDataOffset::CreateArrayOffset(const IOrvexTypedef& typedef_,
                                                             std::int32_t index) const {
-    auto offset = std::make_shared<CDataOffset>();
-    if (index >= 0) {
-        const std::int32_t total = CheckedAdd(CheckedAdd(m_byteOffset * 8, m_bitOffset),
-                                              CheckedMultiply(typedef_.BitSize(), index));
-        offset->m_bitOffset = CByte(static_cast<double>(Mod(total, 8)));
-        offset->m_byteOffset = CByte(Int(total / 8.0));
-    } else {
-        *offset = *this;
-    }
-    return offset;
+    if (index >= 0) return std::make_shared<CDataOffset>(ArrayEntry(typedef_, index));
+    return std::make_shared<CDataOffset>(*this);
 }
 
 }  // namespace vx

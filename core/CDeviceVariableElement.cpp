@@ -69,6 +69,8 @@ std::int32_t LongPowerOfTwo(std::int64_t exponent, int sign, int offset) {
 void CDeviceVariableElement::InitElement(TypedefPtr typedef_, BufferPtr buffer,
                                          DataOffsetPtr offset, std::int32_t elements) {
     m_typedef = std::move(typedef_);
+    m_facts.Reset(m_typedef.get());
+    m_limits = {};
     m_buffer = std::move(buffer);
     m_offset = std::move(offset);
     m_elements = elements;
@@ -90,23 +92,39 @@ bool CDeviceVariableElement::CanStore(const Variant& /*value*/,
 // ---- Limits ----------------------------------------------------------------------------------
 
 std::int32_t CDeviceVariableElement::RawTypeMin() const {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     if (!type.IsSigned()) return 0;
     return LongPowerOfTwo(std::int64_t{type.BitSize()} - 1, -1, 0);
 }
 
 std::int32_t CDeviceVariableElement::RawTypeMax() const {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     const std::int64_t valueBits = std::int64_t{type.BitSize()} - (type.IsSigned() ? 1 : 0);
     return LongPowerOfTwo(valueBits, 1, -1);
 }
 
-std::int32_t CDeviceVariableElement::IntegerRawMin() const {
-    return std::max(RawTypeMin(), Type().MinValue());
+std::int32_t CDeviceVariableElement::LearnIntegerRawMin() const {
+    m_limits.rawMin = std::max(RawTypeMin(), Type().MinValue());
+    m_limits.known |= Limits::kRawMin;
+    return m_limits.rawMin;
 }
 
-std::int32_t CDeviceVariableElement::IntegerRawMax() const {
-    return std::min(RawTypeMax(), Type().MaxValue());
+std::int32_t CDeviceVariableElement::LearnIntegerRawMax() const {
+    m_limits.rawMax = std::min(RawTypeMax(), Type().MaxValue());
+    m_limits.known |= Limits::kRawMax;
+    return m_limits.rawMax;
+}
+
+float CDeviceVariableElement::LearnScaledIntegerMin() const {
+    m_limits.scaledMin = Scaled(IntegerRawMin());
+    m_limits.known |= Limits::kScaledMin;
+    return m_limits.scaledMin;
+}
+
+float CDeviceVariableElement::LearnScaledIntegerMax() const {
+    m_limits.scaledMax = Scaled(IntegerRawMax());
+    m_limits.known |= Limits::kScaledMax;
+    return m_limits.scaledMax;
 }
 
 float CDeviceVariableElement::Scaled(std::int32_t raw) const {
@@ -122,10 +140,10 @@ std::int32_t CDeviceVariableElement::RawMax() const {
 }
 
 float CDeviceVariableElement::ScaledMin() const {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     switch (type.TypeCategory()) {
         case kCategoryInteger:
-            return Scaled(IntegerRawMin());
+            return ScaledIntegerMin();
         case kCategoryFloat: {
             float limit = -1e38F;
             if (static_cast<float>(type.MinValue()) > limit) limit = CSng(type.MinValue());
@@ -137,10 +155,10 @@ float CDeviceVariableElement::ScaledMin() const {
 }
 
 float CDeviceVariableElement::ScaledMax() const {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     switch (type.TypeCategory()) {
         case kCategoryInteger:
-            return Scaled(IntegerRawMax());
+            return ScaledIntegerMax();
         case kCategoryFloat: {
             float limit = 1e38F;
             if (static_cast<float>(type.MaxValue()) < limit) limit = CSng(type.MaxValue());
@@ -154,38 +172,40 @@ float CDeviceVariableElement::ScaledMax() const {
 // ---- Values ----------------------------------------------------------------------------------
 
 Variant CDeviceVariableElement::Value(std::int32_t arrayIndex) {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     const std::int32_t category = type.TypeCategory();
     if (!CanStore(category, arrayIndex)) return {};  // also every structure
     return Bytes().GetValue(type, category, m_offset, Entry(arrayIndex));
 }
 
 void CDeviceVariableElement::SetValue(std::int32_t arrayIndex, const Variant& value) {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     const std::int32_t category = type.TypeCategory();
     if (!CanStore(category, arrayIndex)) return;
     if (category != kCategoryInteger) {
         Bytes().SetValue(type, category, m_offset, Entry(arrayIndex), value);
         return;
     }
+    // A Single, what values read as, is taken as it is; anything else as CDbl converts it.
+    const float* single = value.Get<float>();
+    const double wanted = single ? *single : CDbl(value);
     // Out of range: the nearest limit, as a Single.
-    const double wanted = CDbl(value);
-    const float highest = Scaled(IntegerRawMax());
+    const float highest = ScaledIntegerMax();
     if (wanted > highest) {
         Bytes().SetScaled(type, m_offset, Entry(arrayIndex), highest);
         return;
     }
-    const float lowest = Scaled(IntegerRawMin());
+    const float lowest = ScaledIntegerMin();
     if (wanted < lowest) {
         Bytes().SetScaled(type, m_offset, Entry(arrayIndex), lowest);
         return;
     }
-    Bytes().SetScaled(type, m_offset, Entry(arrayIndex), CSng(wanted));
+    Bytes().SetScaled(type, m_offset, Entry(arrayIndex), single ? *single : CSng(wanted));
 }
 
 std::int32_t CDeviceVariableElement::UnScaledValue(std::int32_t arrayIndex) {
     if (!CanStore(Variant(), arrayIndex)) return 0;  // also every structure
-    return Bytes().GetLong(*m_typedef, m_offset, Entry(arrayIndex));
+    return Bytes().GetLong(m_facts, m_offset, Entry(arrayIndex));
 }
 
 void CDeviceVariableElement::SetUnScaledValue(std::int32_t arrayIndex, std::int32_t value) {
@@ -200,11 +220,11 @@ void CDeviceVariableElement::SetUnScaledValue(std::int32_t arrayIndex, std::int3
             if (raw < lowest) raw = lowest;
         }
     }
-    Bytes().SetLong(*m_typedef, m_offset, Entry(arrayIndex), raw);
+    Bytes().SetLong(m_facts, m_offset, Entry(arrayIndex), raw);
 }
 
 bool CDeviceVariableElement::Undefined(std::int32_t arrayIndex) {
-    const IOrvexTypedef& type = Type();
+    const CachedTypedef& type = Type();
     if (type.TypeCategory() != kCategoryInteger) return false;
     const std::int32_t raw = Bytes().GetLong(type, m_offset, Entry(arrayIndex));
     if (raw < IntegerRawMin()) return true;

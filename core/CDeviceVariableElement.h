@@ -64,26 +64,62 @@ private:
     // One navigation step of SubElement.
     static void ApplySubscript(const Variant& key, ElementdefPtr& currentDef,
                                TypedefPtr& currentType, DataOffsetPtr& currentOffset);
-    // The bound type and buffer; unbound raises object not set (91).
-    const IOrvexTypedef& Type() const {
+    // The bound type's facts and the buffer; unbound raises object not set (91).
+    const CachedTypedef& Type() const {
         if (!m_typedef) RaiseNotBound();
-        return *m_typedef;
+        return m_facts;
     }
     CBuffer& Bytes() const {
         if (!m_buffer) RaiseNotBound();
         return *m_buffer;
     }
     [[noreturn]] static void RaiseNotBound();
-    // The limits of an integer field (category 1).
-    std::int32_t IntegerRawMin() const;
-    std::int32_t IntegerRawMax() const;
+    // The limits of an integer field (category 1), and those limits as engineering values: inline
+    // once worked out, as every integer write clamps with them.
+    std::int32_t IntegerRawMin() const {
+        return m_limits.Has(Limits::kRawMin) ? m_limits.rawMin : LearnIntegerRawMin();
+    }
+    std::int32_t IntegerRawMax() const {
+        return m_limits.Has(Limits::kRawMax) ? m_limits.rawMax : LearnIntegerRawMax();
+    }
+    float ScaledIntegerMin() const {
+        return m_limits.Has(Limits::kScaledMin) ? m_limits.scaledMin : LearnScaledIntegerMin();
+    }
+    float ScaledIntegerMax() const {
+        return m_limits.Has(Limits::kScaledMax) ? m_limits.scaledMax : LearnScaledIntegerMax();
+    }
+    std::int32_t LearnIntegerRawMin() const;
+    std::int32_t LearnIntegerRawMax() const;
+    float LearnScaledIntegerMin() const;
+    float LearnScaledIntegerMax() const;
     float Scaled(std::int32_t raw) const;
     // The entry the buffer is asked for: the index of an array field, 0 for any other field.
     std::int32_t Entry(std::int32_t arrayIndex) const noexcept {
         return m_elements < 1 ? 0 : arrayIndex;
     }
 
+    // Limits worked out from the type's facts, kept once worked out (a limit whose working out
+    // fails, say by overflow, is worked out again next time and fails the same way).
+    struct Limits {
+        enum Known : std::uint8_t {
+            kRawMin = 1u << 0,
+            kRawMax = 1u << 1,
+            kScaledMin = 1u << 2,
+            kScaledMax = 1u << 3,
+        };
+        bool Has(Known limit) const noexcept { return (known & limit) != 0; }
+        std::uint8_t known = 0;
+        std::int32_t rawMin = 0;
+        std::int32_t rawMax = 0;
+        float scaledMin = 0.0F;
+        float scaledMax = 0.0F;
+    };
+
     TypedefPtr m_typedef;
+    // The facts of m_typedef, asked once each (docs/decisions.md: a type description does not
+    // change once an element has used it); reset with every binding.
+    CachedTypedef m_facts;
+    mutable Limits m_limits;
     DataOffsetPtr m_offset;
     BufferPtr m_buffer;
     std::int32_t m_elements = 0;
