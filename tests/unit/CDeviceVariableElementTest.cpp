@@ -298,3 +298,66 @@ TEST(CDeviceVariableElement, SubElementRecordsAndSkipsBadSubscripts) {
 
 }  // namespace
 }  // namespace vx
+
+namespace vx {
+namespace {
+
+// A type whose ScaleFactor fails a given number of times before it answers.
+struct FlakyScale final : IOrvexTypedef {
+    std::shared_ptr<FakeTypedef> inner;
+    mutable int failuresLeft = 0;
+    mutable int scaleReads = 0;
+
+    std::string TypeName() const override { return inner->TypeName(); }
+    std::int32_t TypeIndex() const override { return inner->TypeIndex(); }
+    std::int32_t TypeCategory() const override { return inner->TypeCategory(); }
+    std::int32_t BitSize() const override { return inner->BitSize(); }
+    std::int32_t TextLength() const override { return inner->TextLength(); }
+    bool IsSigned() const override { return inner->IsSigned(); }
+    std::int32_t ByteSize() const override { return inner->ByteSize(); }
+    std::int32_t ResultType() const override { return inner->ResultType(); }
+    std::int32_t ScaleFactor() const override {
+        ++scaleReads;
+        if (failuresLeft > 0) {
+            --failuresLeft;
+            RaiseRuntimeError(kErrTypeMismatch);
+        }
+        return inner->ScaleFactor();
+    }
+    bool InvalidValue(std::int32_t& raw) const override { return inner->InvalidValue(raw); }
+    std::int32_t MinValue() const override { return inner->MinValue(); }
+    std::int32_t MaxValue() const override { return inner->MaxValue(); }
+    std::string Units() const override { return inner->Units(); }
+    bool ScaleMultiplies() const override { return inner->ScaleMultiplies(); }
+    std::string ScaleText() const override { return inner->ScaleText(); }
+    ElementdefPtr FieldByName(std::string_view name) const override {
+        return inner->FieldByName(name);
+    }
+};
+
+TEST(CDeviceVariableElement, TypeFactsAreKeptPerBindingAndFailuresAskAgain) {
+    const auto type = Integer(16, true, -32768, 32767);
+    type->factor = 10;
+    const auto buffer = Buffer({0x00, 0xFA});  // 250
+    const auto element = Element(type, buffer, NewOffset(0, 0));
+    EXPECT_FLOAT_EQ(CSng(element->Value()), 25.0f);
+
+    type->factor = 100;  // a type does not change under a bound element...
+    EXPECT_FLOAT_EQ(CSng(element->Value()), 25.0f);
+    element->InitElement(type, buffer, NewOffset(0, 0), 0);  // ...until it is bound again
+    EXPECT_FLOAT_EQ(CSng(element->Value()), 2.5f);
+
+    const auto flaky = std::make_shared<FlakyScale>();
+    flaky->inner = type;
+    flaky->failuresLeft = 2;
+    const auto other = Element(flaky, buffer, NewOffset(0, 0));
+    EXPECT_COM_ERROR(other->Value(), kErrTypeMismatch);
+    EXPECT_COM_ERROR(other->Value(), kErrTypeMismatch);  // asked again, fails again
+    EXPECT_FLOAT_EQ(CSng(other->Value()), 2.5f);
+    const int reads = flaky->scaleReads;
+    EXPECT_FLOAT_EQ(CSng(other->Value()), 2.5f);
+    EXPECT_EQ(flaky->scaleReads, reads);  // the answer is kept
+}
+
+}  // namespace
+}  // namespace vx
