@@ -39,7 +39,6 @@ std::string StateText(std::int32_t code) {
 }
 
 // Network-management message codes and the memory layout of a name text.
-constexpr const char* kQueryStatus = "51";
 constexpr const char* kReadMemory = "6D";
 constexpr const char* kWriteMemory = "6E";
 constexpr std::uint8_t kAbsoluteAddressing = 0;
@@ -308,15 +307,7 @@ NodeConnectionPtr CDevice::RequireConnection() const {
 }
 
 bool CDevice::Ping() {
-    const auto connection = RequireConnection();
-    std::string code = kQueryStatus;
-    std::string data = "0000";
-    std::int32_t length = 1;
-    try {
-        return connection->SendNetworkMessage(code, data, length);
-    } catch (const ComError&) {
-        return false;
-    }
+    return QueryStatus(*RequireConnection());
 }
 
 bool CDevice::Wink() {

@@ -16,6 +16,9 @@ public:
 
 using CommunicationCheckPtr = std::shared_ptr<CommunicationCheck>;
 
+// Sends Query Status to the node: the exchange's Succeeded flag, or false when it raises.
+bool QueryStatus(INodeConnection& connection);
+
 // The process-wide check. Until one is installed it is the default, which asks the node with a
 // Query Status request: a node answers when the request returns Succeeded.
 CommunicationCheckPtr CurrentCommunicationCheck();

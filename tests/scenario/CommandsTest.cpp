@@ -10,31 +10,22 @@
 #include "DefaultController.h"
 #include "SimErrors.h"
 #include "SimulatedNode.h"
-#include "TypeRegistry.h"
 #include "VxDef.h"
 #include "XifReader.h"
 #include "automation/Clock.h"
 #include "fixtures/ErrorMatchers.h"
+#include "fixtures/Scenario.h"
 
 namespace vx {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-
-// A command frame as the node's 12-byte command variable holds it.
-Bytes Frame(std::initializer_list<std::uint8_t> leading) {
-    Bytes frame(leading);
-    frame.resize(12, 0);
-    return frame;
-}
+using test::Frame;
 
 class Commands : public ::testing::Test {
 protected:
-    void SetUp() override {
-        m_previousTypes = InstallTypeRegistry(TypeRegistry::Standard());
-        Connect(sim::DefaultController());
-    }
-    void TearDown() override { InstallTypeRegistry(m_previousTypes); }
+    test::ScopedStandardTypes standardTypes;
+    void SetUp() override { Connect(sim::DefaultController()); }
 
     void Connect(sim::NodeDescription description) {
         node = sim::SimulatedNode::Create(std::move(description));
@@ -60,9 +51,6 @@ protected:
     ScopedClock clockGuard{clock};
     sim::SimulatedNodePtr node;
     std::shared_ptr<CDevice> device;
-
-private:
-    TypeRegistryPtr m_previousTypes;
 };
 
 TEST_F(Commands, EveryCommandGoesOutAsItsFrame) {

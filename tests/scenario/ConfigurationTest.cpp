@@ -10,28 +10,23 @@
 #include "DefaultController.h"
 #include "SavedConfiguration.h"
 #include "SimulatedNode.h"
-#include "TypeRegistry.h"
 #include "VxDef.h"
 #include "automation/Clock.h"
 #include "fixtures/ErrorMatchers.h"
+#include "fixtures/Scenario.h"
 
 namespace vx {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
+using test::Frame;
 
 constexpr std::int32_t kEveryCategory = 1 | 2 | 256 | 512;
 
-Bytes Frame(std::initializer_list<std::uint8_t> leading) {
-    Bytes frame(leading);
-    frame.resize(12, 0);
-    return frame;
-}
-
 class Configuration : public ::testing::Test {
 protected:
+    test::ScopedStandardTypes standardTypes;
     void SetUp() override {
-        m_previousTypes = InstallTypeRegistry(TypeRegistry::Standard());
         const auto revision = VxDef().CreateDeviceRevision();
         sim::ApplyDefaultRevision(*revision);
         device->Connect(node, revision);
@@ -40,7 +35,6 @@ protected:
             device->AfterConfigDMDownloadEvent().Subscribe([this] { ++announcedDownloads; });
         node->ClearRecord();
     }
-    void TearDown() override { InstallTypeRegistry(m_previousTypes); }
 
     DeviceVariablePtr Variable(std::int32_t object, const std::string& name) const {
         return device->ObjectByID(object)->VariableByName(name);
@@ -57,7 +51,6 @@ protected:
     int announcedDownloads = 0;
 
 private:
-    TypeRegistryPtr m_previousTypes;
     Event<>::Subscription m_uploads;
     Event<>::Subscription m_downloads;
 };

@@ -8,8 +8,8 @@
 #include "CDevice.h"
 #include "DefaultController.h"
 #include "SimulatedNode.h"
-#include "TypeRegistry.h"
 #include "VxDef.h"
+#include "fixtures/Scenario.h"
 
 namespace vx {
 namespace {
@@ -26,21 +26,17 @@ std::vector<std::string> Names(const std::vector<DeviceVariablePtr>& variables) 
 
 class ConnectDefault : public ::testing::Test {
 protected:
+    test::ScopedStandardTypes standardTypes;
     void SetUp() override {
-        m_previousTypes = InstallTypeRegistry(TypeRegistry::Standard());
         const VxDef factory;
         revision = factory.CreateDeviceRevision();
         sim::ApplyDefaultRevision(*revision);
         device->Connect(node, revision);
     }
-    void TearDown() override { InstallTypeRegistry(m_previousTypes); }
 
     sim::SimulatedNodePtr node = sim::SimulatedNode::Create(sim::DefaultController());
     std::shared_ptr<CDevice> device = std::make_shared<CDevice>();
     DeviceRevisionIdentifyPtr revision;
-
-private:
-    TypeRegistryPtr m_previousTypes;
 };
 
 TEST_F(ConnectDefault, ObjectsAndBindingsFollowTheSelfDocumentation) {

@@ -8,9 +8,9 @@
 
 #include "CDevice.h"
 #include "SimulatedNode.h"
-#include "TypeRegistry.h"
 #include "XifReader.h"
 #include "fixtures/ErrorMatchers.h"
+#include "fixtures/Scenario.h"
 
 namespace vx {
 namespace {
@@ -19,8 +19,7 @@ using Bindings = std::map<std::int32_t, std::vector<std::string>>;
 
 class ConnectXif : public ::testing::Test {
 protected:
-    void SetUp() override { m_previousTypes = InstallTypeRegistry(TypeRegistry::Standard()); }
-    void TearDown() override { InstallTypeRegistry(m_previousTypes); }
+    test::ScopedStandardTypes standardTypes;
 
     static sim::SimulatedNodePtr Node(const std::string& file) {
         return sim::SimulatedNode::Create(
@@ -40,9 +39,6 @@ protected:
     }
 
     std::shared_ptr<CDevice> device = std::make_shared<CDevice>();
-
-private:
-    TypeRegistryPtr m_previousTypes;
 };
 
 TEST_F(ConnectXif, MultiSensorBindsEightObjectsAndAPropertyOfANetworkVariable) {

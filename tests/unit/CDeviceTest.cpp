@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "CDeviceRevision.h"
-#include "TypeRegistry.h"
 #include "VxDef.h"
 #include "fixtures/ErrorMatchers.h"
 #include "fixtures/FakeConnection.h"
+#include "fixtures/Scenario.h"
 #include "interfaces/HostResources.h"
 
 namespace vx {
@@ -20,8 +20,7 @@ constexpr std::int32_t kTypeTempP = 105;
 
 class DeviceTest : public ::testing::Test {
 protected:
-    void SetUp() override { m_previousTypes = InstallTypeRegistry(TypeRegistry::Standard()); }
-    void TearDown() override { InstallTypeRegistry(m_previousTypes); }
+    test::ScopedStandardTypes standardTypes;
 
     // A node with the two mandatory node-object variables and one functional block.
     static std::shared_ptr<FakeConnection> MinimalNode() {
@@ -34,9 +33,6 @@ protected:
     }
 
     std::shared_ptr<CDevice> device = std::make_shared<CDevice>();
-
-private:
-    TypeRegistryPtr m_previousTypes;
 };
 
 std::vector<std::int32_t> ObjectIds(const CDevice& device) {
