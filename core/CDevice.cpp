@@ -336,6 +336,7 @@ std::optional<std::string> CDevice::ReadMemory(const std::string& address, std::
 }
 
 std::string CDevice::ReadMemoryText(const std::string& address) {
+    RequireConnection();  // a programming error, not a failed exchange
     try {
         const auto response = ReadMemory(address, kNameBytes);
         if (!response) return {};
@@ -346,6 +347,7 @@ std::string CDevice::ReadMemoryText(const std::string& address) {
 }
 
 bool CDevice::WriteMemoryText(const std::string& text, const std::string& address) {
+    const auto connection = RequireConnection();
     std::string name = text.substr(0, kNameLength);
     name.resize(kNameLength, ' ');
     name.push_back('\0');
@@ -358,7 +360,7 @@ bool CDevice::WriteMemoryText(const std::string& text, const std::string& addres
     std::string data = RequestData(request);
     std::int32_t length = 37;
     try {
-        RequireConnection()->SendNetworkMessage(code, data, length);
+        connection->SendNetworkMessage(code, data, length);
         return true;
     } catch (const ComError&) {
         return false;

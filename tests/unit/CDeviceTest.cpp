@@ -317,6 +317,9 @@ TEST_F(DeviceTest, WithoutRequestAndStatusVariablesObjectRequestsDoNothing) {
     EXPECT_FALSE(status->InAlarm());
     EXPECT_FALSE(device->Wink());
     EXPECT_COM_ERROR(device->Ping(), kErrObjectNotSet);
+    EXPECT_COM_ERROR(device->ReadMemoryText("4120"), kErrObjectNotSet);
+    EXPECT_COM_ERROR(device->WriteMemoryText("x", "4120"), kErrObjectNotSet);
+    EXPECT_EQ(device->Info()->Name("20"), "");  // the name members test for a connection
 }
 
 TEST(VxDefTest, EachDeviceIsNewAndUnconnected) {
