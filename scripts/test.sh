@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the g++ build, the clang build under the address and
-# undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run) and a short,
-# bounded run of every fuzz target.
+# undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run), a short,
+# bounded run of every fuzz target, and the COM servers under Wine with real COM clients.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -66,5 +66,19 @@ for target in build/fuzz/tests/fuzz/fuzz_*; do
   passed=$((passed + 1))
 done
 
+step "COM servers under Wine (64-bit; 32-bit when 32-bit Wine is installed)"
+com_log=$(mktemp)
+com_status=0
+scripts/com-test.sh 2>&1 | tee "$com_log" || com_status=$?
+com_line=$(sed -n 's/^com: \([0-9]*\) passed, \([0-9]*\) failed$/\1 \2/p' "$com_log" | tail -n 1)
+rm -f "$com_log"
+if [ -n "$com_line" ]; then
+  passed=$((passed + ${com_line% *}))
+  failed=$((failed + ${com_line#* }))
+elif [ "$com_status" -ne 0 ]; then
+  failed=$((failed + 1))
+fi
+
 step "summary"
 echo "tests: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
