@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "../vx/Wrappers.h"
 #include "ComObject.h"
 #include "DefaultController.h"
+#include "Export.h"
 #include "NodeJson.h"
 #include "Records.h"
 #include "RevisionJson.h"

@@ -9,8 +9,8 @@
 
 #include "Records.h"
 
-#include "../vx/Wrappers.h"
 #include "EnumVariant.h"
+#include "Export.h"
 #include "Identity.h"
 #include "Text.h"
 #include "VxInterfaces.h"
@@ -124,12 +124,6 @@ public:
     }
 };
 
-template <typename Core, typename Wrapper>
-IUnknown* WrapAs(const ObjectPtr& object) {
-    auto core = std::dynamic_pointer_cast<Core>(object);
-    return core ? (new Wrapper(std::move(core)))->Identity() : nullptr;
-}
-
 // A new wrapper for a record that has none yet (one reference); nullptr for anything else.
 IUnknown* NewWrapper(const ObjectPtr& object) {
     using Make = IUnknown* (*)(const ObjectPtr&);
@@ -152,28 +146,11 @@ HRESULT ReservedPlace() {
 }
 
 IDispatch* ExportObject(const ObjectPtr& object) {
-    if (!object) return nullptr;
-    ComPtr<IUnknown> identity;
-    if (const auto* foreign = dynamic_cast<const ForeignObject*>(object.get())) {
-        identity = ComPtr<IUnknown>(foreign->Unknown());
-    } else {
-        identity = ComPtr<IUnknown>::Adopt(identity::Find(object.get()));
-        if (!identity) identity = ComPtr<IUnknown>::Adopt(NewWrapper(object));
-    }
-    const auto dispatch = identity.As<IDispatch>();
-    if (!dispatch) RaiseRuntimeError(kErrTypeMismatch);
-    return ComPtr<IDispatch>(dispatch).Detach();
+    return ExportThroughIdentity(object, &NewWrapper);
 }
 
-// Objects come in only as values a caller passes (a write of something that is no byte array);
-// the node refuses those itself, so anything not ours stays an opaque object.
 ObjectPtr ImportObject(IUnknown* object) {
-    if (!object) return nullptr;
-    ComPtr<IUnknown> identity;
-    object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Put()));
-    if (!identity) return std::make_shared<ForeignObject>(object);
-    if (auto core = identity::CoreOf(identity.Get())) return core;
-    return std::make_shared<ForeignObject>(identity.Get());
+    return ImportThroughIdentity(object, nullptr);
 }
 
 }  // namespace vx::com

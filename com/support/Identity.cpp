@@ -1,5 +1,7 @@
 #include "Identity.h"
 
+#include "automation/ComError.h"
+
 #include <mutex>
 #include <unordered_map>
 
@@ -51,3 +53,34 @@ ObjectPtr CoreOf(IUnknown* identity) {
 }
 
 }  // namespace vx::com::identity
+
+namespace vx::com {
+
+IDispatch* ExportThroughIdentity(const ObjectPtr& object, WrapNew wrap) {
+    if (!object) return nullptr;
+    ComPtr<IUnknown> identity;
+    if (const auto* foreign = dynamic_cast<const ForeignObject*>(object.get())) {
+        identity = ComPtr<IUnknown>(foreign->Unknown());
+    } else {
+        identity = ComPtr<IUnknown>::Adopt(identity::Find(object.get()));
+        if (!identity) identity = ComPtr<IUnknown>::Adopt(wrap(object));
+    }
+    // An object the module cannot show to COM is no value a script could hold.
+    const auto dispatch = identity.As<IDispatch>();
+    if (!dispatch) RaiseRuntimeError(kErrTypeMismatch);
+    return ComPtr<IDispatch>(dispatch).Detach();
+}
+
+ObjectPtr ImportThroughIdentity(IUnknown* object, AdaptHost adapt) {
+    if (!object) return nullptr;
+    ComPtr<IUnknown> identity;
+    object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Put()));
+    if (!identity) return std::make_shared<ForeignObject>(object);
+    if (auto core = identity::CoreOf(identity.Get())) return core;
+    if (adapt) {
+        if (auto adapted = adapt(identity.Get())) return adapted;
+    }
+    return std::make_shared<ForeignObject>(identity.Get());
+}
+
+}  // namespace vx::com

@@ -61,4 +61,20 @@ private:
     ComPtr<IUnknown> m_object;
 };
 
+// A new wrapper of `Wrapper` for `object` when it is a `Core`, else nullptr; modules list these
+// in the order their wrappers are tried.
+template <typename Core, typename Wrapper>
+IUnknown* WrapAs(const ObjectPtr& object) {
+    auto core = std::dynamic_pointer_cast<Core>(object);
+    return core ? (new Wrapper(std::move(core)))->Identity() : nullptr;
+}
+
+// The two module hooks of Variants.h, given how the module wraps its own objects and how it
+// adapts host objects (nullptr: it keeps them opaque). Each object crosses as its one wrapper;
+// a host object crosses back as itself.
+using WrapNew = IUnknown* (*)(const ObjectPtr& object);
+using AdaptHost = ObjectPtr (*)(IUnknown* identity);
+IDispatch* ExportThroughIdentity(const ObjectPtr& object, WrapNew wrap);
+ObjectPtr ImportThroughIdentity(IUnknown* object, AdaptHost adapt);
+
 }  // namespace vx::com

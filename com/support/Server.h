@@ -28,4 +28,10 @@ HRESULT RegisterServer(const ServerDescription& server);
 // DllUnregisterServer: removes all of it again.
 HRESULT UnregisterServer(const ServerDescription& server);
 
+// What each server module defines: its registration and its creatable class. ServerEntry.cpp,
+// compiled into each module (not into the support library, so the linker always has it), makes
+// the module's DllMain and its four exports from them.
+const ServerDescription& ModuleServer();
+IUnknown* MakeModuleInstance();
+
 }  // namespace vx::com

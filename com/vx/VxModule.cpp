@@ -1,4 +1,4 @@
-// The entry points of Vx.dll and its one creatable class, VxDef.
+// Vx.dll: its registration and its one creatable class, VxDef.
 #include <ole2.h>
 #include <windows.h>
 
@@ -40,42 +40,18 @@ private:
     vx::VxDef m_factory;
 };
 
-IUnknown* MakeVxDef() {
+}  // namespace
+
+const ServerDescription& ModuleServer() {
+    static const ServerDescription server{
+        CLSID_VxDef,        L"Vx.VxDef", L"Vx: Orvex controllers on a LonWorks network",
+        LIBID_VxInterfaces, 1,           0,
+    };
+    return server;
+}
+
+IUnknown* MakeModuleInstance() {
     return (new VxDefObject())->Identity();
 }
 
-const ServerDescription kServer{
-    CLSID_VxDef,        L"Vx.VxDef", L"Vx: Orvex controllers on a LonWorks network",
-    LIBID_VxInterfaces, 1,           0,
-};
-
-}  // namespace
 }  // namespace vx::com
-
-extern "C" {
-
-BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
-    if (reason == DLL_PROCESS_ATTACH) {
-        vx::com::SetModuleHandle(instance);
-        DisableThreadLibraryCalls(instance);
-    }
-    return TRUE;
-}
-
-HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
-    return vx::com::GetClassObject(clsid, iid, out, CLSID_VxDef, &vx::com::MakeVxDef);
-}
-
-HRESULT STDAPICALLTYPE DllCanUnloadNow() {
-    return vx::com::ModuleInUse() ? S_FALSE : S_OK;
-}
-
-HRESULT STDAPICALLTYPE DllRegisterServer() {
-    return vx::com::RegisterServer(vx::com::kServer);
-}
-
-HRESULT STDAPICALLTYPE DllUnregisterServer() {
-    return vx::com::UnregisterServer(vx::com::kServer);
-}
-
-}  // extern "C"

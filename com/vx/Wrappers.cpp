@@ -637,12 +637,6 @@ public:
     }
 };
 
-template <typename Core, typename Wrapper>
-IUnknown* WrapAs(const ObjectPtr& object) {
-    auto core = std::dynamic_pointer_cast<Core>(object);
-    return core ? (new Wrapper(std::move(core)))->Identity() : nullptr;
-}
-
 // A new wrapper for a library object that has none yet (one reference).
 IUnknown* NewWrapper(const ObjectPtr& object) {
     auto identify = std::dynamic_pointer_cast<vx::IOrvexDeviceRevisionIdentify>(object);
@@ -672,28 +666,11 @@ IUnknown* NewWrapper(const ObjectPtr& object) {
 }  // namespace
 
 IDispatch* ExportObject(const ObjectPtr& object) {
-    if (!object) return nullptr;
-    ComPtr<IUnknown> identity;
-    if (const auto* foreign = dynamic_cast<const ForeignObject*>(object.get())) {
-        identity = ComPtr<IUnknown>(foreign->Unknown());
-    } else {
-        identity = ComPtr<IUnknown>::Adopt(identity::Find(object.get()));
-        if (!identity) identity = ComPtr<IUnknown>::Adopt(NewWrapper(object));
-    }
-    // An object the library cannot show to COM is no value a script could hold.
-    const auto dispatch = identity.As<IDispatch>();
-    if (!dispatch) RaiseRuntimeError(kErrTypeMismatch);
-    return ComPtr<IDispatch>(dispatch).Detach();
+    return ExportThroughIdentity(object, &NewWrapper);
 }
 
 ObjectPtr ImportObject(IUnknown* object) {
-    if (!object) return nullptr;
-    ComPtr<IUnknown> identity;
-    object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(identity.Put()));
-    if (!identity) return std::make_shared<ForeignObject>(object);
-    if (auto core = identity::CoreOf(identity.Get())) return core;
-    if (auto adapted = AdaptHostObject(identity.Get())) return adapted;
-    return std::make_shared<ForeignObject>(identity.Get());
+    return ImportThroughIdentity(object, &AdaptHostObject);
 }
 
 }  // namespace vx::com
