@@ -1,0 +1,12 @@
+#pragma once
+
+namespace cases {
+
+void EarlyBound();
+void LateBound();
+void Events();
+void Identity();
+void ByteArrays();
+void Unload();
+
+}  // namespace cases
