@@ -1,0 +1,178 @@
+// vxctl's commands inside one process, where the simulated controller outlives a command and what
+// it holds can be checked byte for byte: writes of each kind of value, the device name, level-3
+// downloads with their checksum, a saved configuration restored onto a fresh controller, and the
+// progress shown on a terminal. The library's waits run on a virtual clock.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ConfigFile.h"
+#include "Operations.h"
+#include "SavedConfiguration.h"
+#include "Vxctl.h"
+#include "automation/Clock.h"
+#include "fixtures/Scenario.h"
+
+namespace vx::vxctl {
+namespace {
+
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+class VxctlInOneProcess : public ::testing::Test {
+protected:
+    static std::map<std::string, Bytes> HeldConfiguration(const Session& session) {
+        return sim::SavedConfiguration::Save(*session.Node())->Values();
+    }
+
+    test::ScopedStandardTypes standardTypes;
+    std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
+    ScopedClock clockGuard{clock};
+    Progress quiet{nullptr};
+    fs::path file = fs::temp_directory_path() / ("vxctl-config-" + std::to_string(getpid()));
+    void TearDown() override { fs::remove(file); }
+};
+
+TEST_F(VxctlInOneProcess, ARestoreReproducesTheSavedConfigurationByteForByte) {
+    Session site(DeviceChoice{}, quiet);
+    // Level-2 changes first: the level-3 one after them sends a checksum over all of them.
+    ASSERT_EQ(Set(site, "nciSetpoints.occupied_cool", "23.5", std::nullopt).failure, "");
+    ASSERT_EQ(Set(site, "nciMaxFlow", "280", std::nullopt).failure, "");
+    ASSERT_EQ(Set(site, "nciDeviceConfig.fan_mode", "FAN_LOW", std::nullopt).failure, "");
+    ASSERT_EQ(Set(site, "nciFrostSetpt", "6.5", std::nullopt).failure, "");
+    ASSERT_FALSE(site.Node()->Commands().checksumMismatch);
+    ASSERT_EQ(ConfigSave(site, file.string()).failure, "");
+
+    // The file holds what the site's controller holds.
+    const SavedConfigurationFile saved = ReadConfigurationFile(file.string());
+    const std::map<std::string, Bytes> savedValues(saved.values.begin(), saved.values.end());
+    EXPECT_EQ(savedValues, HeldConfiguration(site));
+
+    Session fresh(DeviceChoice{}, quiet);
+    ASSERT_NE(HeldConfiguration(fresh), HeldConfiguration(site));
+    const Outcome restored = ConfigRestore(fresh, file.string());
+    EXPECT_EQ(restored.failure, "");
+    EXPECT_EQ(HeldConfiguration(fresh), HeldConfiguration(site));
+    EXPECT_EQ(restored.json["changed"],
+              Json::parse(R"(["nciSetpoints.20", "3-1", "3-2", "0-1", "nciMaxFlow.30"])"));
+    EXPECT_EQ(restored.json["level"], 3);
+    EXPECT_FALSE(fresh.Node()->Commands().checksumMismatch);
+    EXPECT_EQ(fresh.Node()->Commands().restarts, 1);
+    EXPECT_FALSE(fresh.Node()->Commands().restarting);
+}
+
+TEST_F(VxctlInOneProcess, ARestoreRefusesAnotherModelsConfiguration) {
+    Session session(DeviceChoice{}, quiet);
+    WriteConfigurationFile(file.string(), {"9FFFFF0501840460", "", "", {{"3-1", {0, 0}}}});
+    EXPECT_THROW(ConfigRestore(session, file.string()), ToolError);
+    EXPECT_TRUE(session.Node()->CommandFrames().empty());
+}
+
+TEST_F(VxctlInOneProcess, SetSendsEachKindOfValueTheWayTheNodeTakesIt) {
+    Session session(DeviceChoice{}, quiet);
+    const auto& node = *session.Node();
+
+    // A level-3 item: written as it changes, then a level-3 download with the checksum over it,
+    // closed at once and waited for.
+    Outcome outcome = Set(session, "nciTempOffset", "-0.5", std::nullopt);
+    EXPECT_EQ(outcome.json["sent"]["how"], "download");
+    EXPECT_EQ(node.ConfigItemValue("0-2"), (Bytes{0xFF, 0xCE}));  // -50 hundredths
+    EXPECT_EQ(node.CommandFrames(),
+              (std::vector<Bytes>{test::Frame({3, 3, 1}), test::Frame({4, 3})}));
+    EXPECT_EQ(node.ConfigItemValue("3-1"), node.CoveredChecksum());
+    EXPECT_FALSE(node.Commands().checksumMismatch);
+    EXPECT_FALSE(node.Commands().restarting);
+
+    // A configuration value that does not change sends nothing.
+    session.Node()->ClearRecord();
+    outcome = Set(session, "nciMinFlow", "60", std::nullopt);
+    EXPECT_EQ(outcome.json["sent"]["how"], "unchanged");
+    EXPECT_TRUE(node.CommandFrames().empty());
+
+    // A network variable is written even with the value it holds.
+    session.Node()->ClearRecord();
+    outcome = Set(session, "nviApplicMode", "HVAC_AUTO", std::nullopt);
+    EXPECT_EQ(outcome.json["sent"]["how"], "write");
+    ASSERT_EQ(node.Exchanges().size(), 3u);  // read, write, read back
+    EXPECT_EQ(node.Exchanges()[1].operation, "WriteValue");
+    EXPECT_EQ(node.Exchanges()[1].request, Bytes{0});
+}
+
+TEST_F(VxctlInOneProcess, AMalformedSavedFileIsRefusedNamingTheEntry) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"{", "not a saved configuration: no JSON"},
+        {R"({"configuration": {}})", "\"programId\" is missing"},
+        {R"({"programId": "91A5A581020404DC", "configuration": {"3-1": "49G0"}})",
+         "configuration \"3-1\": the value is not 1 to 255 bytes in hexadecimal"},
+        {R"({"programId": "91A5A581020404DC", "configuration": {}, "values": {}})",
+         "unknown key \"values\""},
+        {R"({"version": 2, "programId": "91A5A581020404DC", "configuration": {}})",
+         "version 2 is not known"},
+    };
+    for (const auto& [content, message] : cases) {
+        std::ofstream(file) << content;
+        try {
+            ReadConfigurationFile(file.string());
+            ADD_FAILURE() << content;
+        } catch (const ToolError& error) {
+            EXPECT_NE(std::string(error.what()).find(file.string() + ": "), std::string::npos);
+            EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
+        }
+    }
+}
+
+TEST_F(VxctlInOneProcess, ALevel3DownloadSendsEveryValueWithTheRoomBlocksChecksum) {
+    Session session(DeviceChoice{}, quiet);
+    session.Node()->ClearRecord();
+    // Object 2 keeps no checksum list: the node's one checksum is still the room block's.
+    const Outcome outcome = ConfigDownload(session, 3, 2);
+    EXPECT_EQ(outcome.failure, "");
+
+    std::set<std::string> written;
+    for (const auto& exchange : session.Node()->Exchanges()) {
+        if (exchange.operation == "WriteValue") written.insert(exchange.target);
+    }
+    EXPECT_EQ(written,
+              (std::set<std::string>{"nviCommand", "nciMinFlow", "nciMaxFlow", "nciNomFlow",
+                                     "nciMinFlowHeat", "nciDuctArea", "0-3"}));
+    EXPECT_EQ(session.Node()->CommandFrames(),
+              (std::vector<Bytes>{test::Frame({3, 3, 1}), test::Frame({4, 3})}));
+    EXPECT_EQ(session.Node()->ConfigItemValue("3-1"), session.Node()->CoveredChecksum());
+    EXPECT_FALSE(session.Node()->Commands().checksumMismatch);
+    EXPECT_FALSE(session.Node()->Commands().restarting);  // the wait saw the restart end
+}
+
+TEST_F(VxctlInOneProcess, TheNameIsWrittenWhereTheFileDirectoryPointsAndReadBack) {
+    Session session(DeviceChoice{}, quiet);
+    const Outcome outcome = Name(session, "20", std::string("Hall 3 \xC2\xB0 east"));  // UTF-8 °
+    EXPECT_EQ(outcome.failure, "");
+    EXPECT_EQ(outcome.json["address"], "4120");  // the directory's third area, 4100, plus 20
+    EXPECT_EQ(outcome.json["name"], "Hall 3 \xC2\xB0 east");
+    Bytes expected = {'H', 'a', 'l', 'l', ' ', '3', ' ', 0xB0, ' ', 'e', 'a', 's', 't'};
+    expected.resize(30, ' ');
+    expected.push_back(0);
+    EXPECT_EQ(session.Node()->MemoryBytes(0x4120, 31), expected);
+}
+
+TEST_F(VxctlInOneProcess, ProgressGoesToTheTerminalOnlyAndTheClockIsGivenBack) {
+    std::ostringstream plainOut, plainErr, shownOut, shownErr;
+    const std::vector<std::string> line = {"config", "download", "--level", "3"};
+    EXPECT_EQ(vxctl::Run(line, plainOut, plainErr, false), kExitSuccess);
+    EXPECT_EQ(vxctl::Run(line, shownOut, shownErr, true), kExitSuccess);
+
+    EXPECT_EQ(shownOut.str(), plainOut.str());
+    EXPECT_EQ(plainErr.str(), "");
+    EXPECT_NE(shownErr.str().find("uploading the configuration ["), std::string::npos);
+    EXPECT_NE(shownErr.str().find("waiting for the application reset ["), std::string::npos);
+    EXPECT_EQ(&CurrentClock(), clock.get());
+}
+
+}  // namespace
+}  // namespace vx::vxctl

@@ -1,0 +1,791 @@
+#include "Operations.h"
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <functional>
+#include <map>
+
+#include <fmt/format.h>
+
+#include "ConfigFile.h"
+#include "NodeActivity.h"
+#include "SavedConfiguration.h"
+#include "SupportRoutines.h"
+#include "Table.h"
+#include "interfaces/ITypeRegistry.h"
+
+namespace vx::vxctl {
+namespace {
+
+constexpr std::int32_t kConfiguration = kCategoryConfigItem | kCategoryConfigProperty;
+constexpr std::int32_t kLowestDownloadLevel = 2;
+
+// Branches of the object tree.
+constexpr const char* kBranch = "├─ ";
+constexpr const char* kLastBranch = "└─ ";
+constexpr const char* kTrunk = "│  ";
+constexpr const char* kNoTrunk = "   ";
+
+// The bits of the command status, as the family's controllers set them.
+struct CommandStatusBit {
+    const char* name;  // for scripts
+    const char* text;  // for people
+    std::uint8_t mask;
+};
+constexpr CommandStatusBit kCommandStatusBits[] = {
+    {"accepted", "accepted", sim::kCommandAccepted},
+    {"rejected", "rejected", sim::kCommandRejected},
+    {"downloadOpen", "download open", sim::kCommandDownloadOpen},
+    {"checksumMismatch", "checksum mismatch", sim::kCommandChecksumMismatch},
+    {"restarting", "restarting", sim::kCommandResetting},
+};
+
+// The object status flags under the field names of the status type.
+struct StatusFlag {
+    const char* name;
+    bool (IOrvexLonObjectStatus::*read)();
+};
+constexpr StatusFlag kStatusFlags[] = {
+    {"invalid_id", &IOrvexLonObjectStatus::InvalidId},
+    {"invalid_request", &IOrvexLonObjectStatus::InvalidRequest},
+    {"disabled", &IOrvexLonObjectStatus::Disabled},
+    {"out_of_limits", &IOrvexLonObjectStatus::OutOfLimits},
+    {"open_circuit", &IOrvexLonObjectStatus::OpenCircuit},
+    {"out_of_service", &IOrvexLonObjectStatus::OutOfService},
+    {"mechanical_fault", &IOrvexLonObjectStatus::MechanicalFault},
+    {"feedback_failure", &IOrvexLonObjectStatus::FeedbackFailure},
+    {"over_range", &IOrvexLonObjectStatus::OverRange},
+    {"under_range", &IOrvexLonObjectStatus::UnderRange},
+    {"electrical_fault", &IOrvexLonObjectStatus::ElectricalFault},
+    {"unable_to_measure", &IOrvexLonObjectStatus::UnableToMeasure},
+    {"comm_failure", &IOrvexLonObjectStatus::CommFailure},
+    {"fail_self_test", &IOrvexLonObjectStatus::FailSelfTest},
+    {"self_test_in_progress", &IOrvexLonObjectStatus::SelfTestInProgress},
+    {"locked_out", &IOrvexLonObjectStatus::LockedOut},
+    {"manual_control", &IOrvexLonObjectStatus::ManualControl},
+    {"in_alarm", &IOrvexLonObjectStatus::InAlarm},
+    {"in_override", &IOrvexLonObjectStatus::InOverride},
+    {"report_mask", &IOrvexLonObjectStatus::ReportMask},
+    {"programming_mode", &IOrvexLonObjectStatus::ProgrammingMode},
+    {"programming_fail", &IOrvexLonObjectStatus::ProgrammingFail},
+    {"alarm_notify_disabled", &IOrvexLonObjectStatus::AlarmNotifyDisabled},
+};
+
+using Arguments = std::vector<std::int32_t>;
+
+struct CommandEntry {
+    FamilyCommand description;
+    std::function<bool(IOrvexCommand&, const Arguments&)> send;
+};
+
+const std::vector<CommandEntry>& CommandTable() {
+    static const std::vector<CommandEntry> table = {
+        {{"send-all", "makes the controller send all its outputs", {}},
+         [](IOrvexCommand& command, const Arguments&) { return command.SendAllScan(); }},
+        {{"reset-timer", "sets one of the controller's timers", {"TIMER", "VALUE"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.ResetTimer(arguments[0], arguments[1]);
+         }},
+        {{"keypress", "presses a key of the controller's keypad", {"CODE"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.Keypress(arguments[0]);
+         }},
+        {{"disable-keypad", "locks the controller's keypad", {}},
+         [](IOrvexCommand& command, const Arguments&) { return command.DisableKeypad(); }},
+        {{"enable-keypad", "unlocks the controller's keypad", {}},
+         [](IOrvexCommand& command, const Arguments&) { return command.EnableKeypad(); }},
+        {{"clear-log", "clears the log of one object", {"OBJECT"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.ClearLog(arguments[0]);
+         }},
+        {{"reset-memory", "restores the configuration the controller was delivered with", {"KIND"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.ResetMemory(arguments[0]);
+         }},
+        {{"open-download", "opens a configuration download at level 2 or 3", {"LEVEL", "OBJECT"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.OpenConfigDownload(arguments[0], arguments[1]);
+         }},
+        {{"close-download", "closes the configuration download of that level", {"LEVEL"}},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             return command.CloseConfigDownload(arguments[0]);
+         }},
+        {{"generic", "any command: its code and up to ten data bytes", {"CODE"}, true},
+         [](IOrvexCommand& command, const Arguments& arguments) {
+             std::vector<Variant> data(arguments.begin() + 1, arguments.end());
+             return command.GenericCommand(arguments[0], Variant(VariantArray(0, data)));
+         }},
+    };
+    return table;
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+std::string CategoryName(std::int32_t category) {
+    switch (category) {
+        case kCategoryConfigItem:
+            return "config item";
+        case kCategoryConfigProperty:
+            return "config property";
+        case kCategoryInputNv:
+            return "input";
+        case kCategoryOutputNv:
+            return "output";
+        default:
+            return fmt::format("category {}", category);
+    }
+}
+
+std::int32_t ObjectOf(const CDeviceVariable& variable) {
+    const auto object = variable.Object();
+    return object ? object->ID() : -1;
+}
+
+std::string Named(const CDeviceVariable& variable) {
+    return Utf8FromLatin1(variable.Name());
+}
+
+// The key the library imports a configuration value by.
+std::string ConfigKey(const CDeviceVariable& variable) {
+    return variable.Category() == kCategoryConfigItem
+               ? variable.ItemName()
+               : variable.Name() + "." + std::to_string(variable.NvIndex());
+}
+
+// Where the node keeps the variable, for people: its network-variable index or its item name.
+std::string PlaceText(const CDeviceVariable& variable) {
+    if (variable.Category() == kCategoryConfigItem) return "item " + variable.ItemName();
+    return fmt::format("nv {}", variable.NvIndex());
+}
+
+std::string ObjectTitle(const CDeviceObject& object) {
+    if (object.ID() < 0) return "node-wide items";
+    std::string title = fmt::format("object {}", object.ID());
+    if (object.ID() == 0) title += " (node object)";
+    title += fmt::format(": profile {}", object.Profile());
+    if (const std::string label = object.ProfileName(); !label.empty()) title += ", " + label;
+    return title;
+}
+
+// Rows for the fields of a structure: `leading` cells, the field's branch under `stem`, its value.
+void AddFieldRows(Table& table, const std::vector<std::string>& leading, const std::string& stem,
+                  const std::vector<DecodedValue>& fields) {
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        const bool last = i + 1 == fields.size();
+        std::vector<std::string> row = leading;
+        row.push_back(stem + (last ? kLastBranch : kBranch) + fields[i].field);
+        row.push_back(fields[i].text);
+        table.Row(std::move(row));
+        AddFieldRows(table, leading, stem + (last ? kNoTrunk : kTrunk), fields[i].fields);
+    }
+}
+
+Json StatusBitsJson(IOrvexCommandStatus& status) {
+    Json json = {{"command", status.CmdType()}};
+    for (const auto& bit : kCommandStatusBits) {
+        json[bit.name] = status.Status(std::countr_zero(bit.mask));
+    }
+    return json;
+}
+
+// The node's answer to the last command; null when the node has no command status variable.
+Json CommandStatusJson(CDevice& device) {
+    if (!device.CommandChannel()->StatusVariable()) return nullptr;
+    CommandStatusPtr status;
+    device.Command()->UploadStatus(status);
+    return StatusBitsJson(*status);
+}
+
+// One line for people; "" for a node without a command status variable.
+std::string CommandStatusLine(const Json& status) {
+    if (status.is_null()) return {};
+    std::vector<std::string> set;
+    for (const auto& bit : kCommandStatusBits) {
+        if (status[bit.name].get<bool>()) set.emplace_back(bit.text);
+    }
+    return fmt::format("command status: command {}, {}\n", status["command"].get<int>(),
+                       set.empty() ? std::string("no bits set") : Joined(set));
+}
+
+bool StatusBit(const Json& status, const char* name) {
+    return !status.is_null() && status[name].get<bool>();
+}
+
+// Counts a value as changed without changing it, so that a download sends it: copying the value
+// last exchanged with the node into the value buffer raises the buffer's Modified.
+void MarkChanged(CDeviceVariable& variable) {
+    variable.ValueBuffer()->CopyFrom(*variable.DeviceBuffer());
+}
+
+// The value a command names, as JSON and text; `sent` says how a write went to the node.
+Outcome ValueOutcome(const VariablePath& target, Json sent = nullptr) {
+    CDeviceVariable& variable = *target.variable;
+    const TypedefPtr type = target.element->Typedef();
+    DecodedValue decoded;
+    if (!variable.Typedef()) {
+        decoded = Undecoded("no type, bytes " + RawHex(variable));
+    } else if (target.entry) {
+        decoded = DecodeEntry(target.element, *target.entry);
+    } else {
+        decoded = DecodeElement(target.element);
+    }
+
+    Outcome outcome;
+    outcome.json = {{"object", target.object},
+                    {"name", Named(variable)},
+                    {"field", target.field},
+                    {"type", type ? Utf8FromLatin1(type->TypeName()) : ""},
+                    {"units", type ? Utf8FromLatin1(type->Units()) : ""},
+                    {"value", decoded.json},
+                    {"raw", RawHex(variable)}};
+    if (target.entry) outcome.json["entry"] = *target.entry;
+    if (!sent.is_null()) outcome.json["sent"] = sent;
+
+    if (decoded.fields.empty()) {
+        outcome.text = fmt::format("{} = {}\n", target.Shown(), decoded.text);
+    } else {
+        Table table;
+        table.Line(fmt::format("{} ({}), object {}", target.Shown(),
+                               type ? Utf8FromLatin1(type->TypeName()) : "", target.object));
+        AddFieldRows(table, {}, "", decoded.fields);
+        outcome.text = table.Text();
+    }
+    return outcome;
+}
+
+// How a written value went to the node, for scripts and for people.
+Json SentJson(std::string how, std::int32_t level = 0) {
+    Json sent = {{"how", std::move(how)}};
+    if (level > 0) sent["level"] = level;
+    return sent;
+}
+
+std::string SentText(const Json& sent) {
+    const std::string how = sent["how"];
+    if (how == "download") {
+        return fmt::format("sent in a level-{} configuration download", sent["level"].get<int>());
+    }
+    if (how == "unchanged") return "unchanged: the node already holds this value";
+    return "written to the node";
+}
+
+TypedefPtr RequestType() {
+    auto type = CurrentTypeRegistry()->TypeByName("object_request_t");
+    if (!type) throw ToolError("the type catalogue has no object_request_t");
+    return type;
+}
+
+void RequireObjectRequests(CDevice& device) {
+    if (!device.WellKnownVariable(kSlotObjectRequest) ||
+        !device.WellKnownVariable(kSlotObjectStatus)) {
+        throw ToolError(
+            "the device has no object request and status variables (nviRequest, nvoStatus)");
+    }
+}
+
+Json FlagsJson(IOrvexLonObjectStatus& status) {
+    Json flags = Json::array();
+    for (const auto& flag : kStatusFlags) {
+        if ((status.*flag.read)()) flags.push_back(flag.name);
+    }
+    return flags;
+}
+
+std::string FlagsText(const Json& flags) {
+    if (flags.empty()) return "normal";
+    std::vector<std::string> names;
+    for (const auto& flag : flags)
+        names.push_back(flag.get<std::string>());
+    return Joined(names);
+}
+
+Json ObjectStatusOf(CDevice& device, std::int32_t object, std::int32_t request) {
+    device.DownloadRequest(object, request);
+    const auto status = device.UploadStatus();
+    return {{"id", object}, {"flags", FlagsJson(*status)}};
+}
+
+std::string ConfigurationTable(const std::vector<DeviceVariablePtr>& variables) {
+    Table table;
+    for (const auto& variable : variables) {
+        const DecodedValue decoded = DecodeVariable(*variable);
+        table.Row({fmt::format("object {}", ObjectOf(*variable)), Named(*variable),
+                   fmt::format("level {}", variable->ConfigLevel()), decoded.text});
+        AddFieldRows(table, {""}, "", decoded.fields);
+    }
+    return table.Text();
+}
+
+std::string MemberList(const IOrvexTypedef& type) {
+    std::vector<std::string> names;
+    for (const auto& [raw, member] : EnumMembers(type))
+        names.push_back(Utf8FromLatin1(member));
+    return Joined(names);
+}
+
+bool IsWholeNumber(std::string_view text) {
+    std::int32_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end;
+}
+
+}  // namespace
+
+const std::vector<FamilyCommand>& FamilyCommands() {
+    static const std::vector<FamilyCommand> commands = [] {
+        std::vector<FamilyCommand> described;
+        for (const auto& entry : CommandTable())
+            described.push_back(entry.description);
+        return described;
+    }();
+    return commands;
+}
+
+Outcome Info(Session& session) {
+    CDevice& device = session.Device();
+    const auto info = device.Info();
+    Json objects = Json::array();
+    std::vector<std::string> objectTexts;
+    for (const auto& object : device.Objects().NewEnum()) {
+        objects.push_back(object->ID());
+        objectTexts.push_back(object->ID() < 0 ? "node-wide" : std::to_string(object->ID()));
+    }
+    Outcome outcome;
+    outcome.json = {{"device", session.DeviceName()},
+                    {"revisionDescription", session.RevisionSource()},
+                    {"neuronId", Utf8FromLatin1(info->NeuronID())},
+                    {"programId", Utf8FromLatin1(info->ProgID())},
+                    {"manufacturer", Utf8FromLatin1(info->MfgID())},
+                    {"revision", Utf8FromLatin1(info->Revision())},
+                    {"state", Utf8FromLatin1(info->State(false, true))},
+                    {"name", Utf8FromLatin1(info->Name(std::string(kNameLocation)))},
+                    {"selfDoc", Utf8FromLatin1(info->SelfDoc())},
+                    {"objects", objects}};
+    const auto& json = outcome.json;
+    outcome.text = Facts({
+        {"device", json["device"].get<std::string>() + " (simulated controller)"},
+        {"revision description", json["revisionDescription"]},
+        {"Neuron ID", json["neuronId"]},
+        {"program ID", json["programId"]},
+        {"manufacturer", json["manufacturer"]},
+        {"revision", json["revision"]},
+        {"state", json["state"]},
+        {"name", json["name"]},
+        {"self-documentation", json["selfDoc"]},
+        {"objects", Joined(objectTexts)},
+    });
+    return outcome;
+}
+
+Outcome Objects(Session& session, bool withValues) {
+    CDevice& device = session.Device();
+    std::map<const CDeviceVariable*, ComError> failures;
+    if (withValues) {
+        session.Upload(session.Variables(), "uploading values",
+                       [&](CDeviceVariable& variable, const ComError& error) {
+                           failures.emplace(&variable, error);
+                       });
+    }
+
+    Json objects = Json::array();
+    Table table;
+    table.Line(fmt::format("device {}", Utf8FromLatin1(device.Info()->NeuronID())));
+    const auto all = device.Objects().NewEnum();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const CDeviceObject& object = *all[i];
+        const bool lastObject = i + 1 == all.size();
+        table.Line((lastObject ? kLastBranch : kBranch) + ObjectTitle(object));
+        const std::string stem = lastObject ? kNoTrunk : kTrunk;
+
+        Json variables = Json::array();
+        const auto held = object.Variables();
+        for (std::size_t j = 0; j < held.size(); ++j) {
+            CDeviceVariable& variable = *held[j];
+            const bool lastVariable = j + 1 == held.size();
+            Json entry = {{"name", Named(variable)},
+                          {"category", variable.Category()},
+                          {"configLevel", variable.ConfigLevel()},
+                          {"nvIndex", variable.NvIndex()}};
+            std::vector<std::string> row = {
+                stem + (lastVariable ? kLastBranch : kBranch) + Named(variable),
+                CategoryName(variable.Category()), fmt::format("level {}", variable.ConfigLevel()),
+                PlaceText(variable)};
+            if (!withValues) {
+                table.Row(std::move(row));
+            } else {
+                const auto failure = failures.find(&variable);
+                const DecodedValue decoded = failure != failures.end()
+                                                 ? Undecoded("(" + ErrorText(failure->second) + ")")
+                                                 : DecodeVariable(variable);
+                entry["value"] = decoded.json;
+                row.push_back(decoded.text);
+                table.Row(std::move(row));
+                AddFieldRows(table, {}, stem + (lastVariable ? kNoTrunk : kTrunk), decoded.fields);
+            }
+            variables.push_back(std::move(entry));
+        }
+        objects.push_back({{"id", object.ID()},
+                           {"profile", object.Profile()},
+                           {"profileName", Utf8FromLatin1(object.ProfileName())},
+                           {"variables", std::move(variables)}});
+    }
+    Outcome outcome;
+    outcome.json = {{"objects", std::move(objects)}};
+    outcome.text = table.Text();
+    return outcome;
+}
+
+Outcome Get(Session& session, std::string_view path, std::optional<std::int32_t> object) {
+    const VariablePath target = session.Find(path, object);
+    target.variable->Upload();
+    return ValueOutcome(target);
+}
+
+Outcome Set(Session& session, std::string_view path, std::string_view value,
+            std::optional<std::int32_t> object) {
+    const VariablePath target = session.Find(path, object);
+    CDeviceVariable& variable = *target.variable;
+    const TypedefPtr type = target.element->Typedef();
+    if (!type) {
+        throw ToolError(
+            fmt::format("{} has no known type: its value cannot be given as text", target.Shown()));
+    }
+    if (type->TypeCategory() == kCategoryStructure) {
+        throw UsageError(fmt::format("{} is a structure: name one of its fields ({})",
+                                     target.Shown(), Joined(type->FieldNames().Values())));
+    }
+    const Variant input = InputValue(*type, value);
+    if (input.IsString() && !IsWholeNumber(value) && !EnumMembers(*type).empty()) {
+        throw UsageError(fmt::format("'{}' is no member of {} ({})", value,
+                                     Utf8FromLatin1(type->TypeName()), MemberList(*type)));
+    }
+    // The node's value first, so that only the named part changes.
+    variable.Upload();
+    target.element->SetValue(target.entry.value_or(0), input);
+
+    Json sent;
+    const std::int32_t category = variable.Category();
+    if (category == kCategoryInputNv || category == kCategoryOutputNv) {
+        variable.Download(0, true);
+        sent = SentJson("write");
+    } else if (!variable.IsModified()) {
+        sent = SentJson("unchanged");
+    } else if (const std::int32_t level = session.Device().ConfigModificationLevel();
+               level >= kLowestDownloadLevel) {
+        session.DownloadConfiguration(category, target.object);
+        sent = SentJson("download", level);
+        sent["commandStatus"] = CommandStatusJson(session.Device());
+    } else {
+        // Below the download levels a property is written on its own; an item already was, as
+        // items are written when they change.
+        if (category == kCategoryConfigProperty) variable.Download(0, true);
+        sent = SentJson("write");
+    }
+
+    variable.Upload();  // what the node holds now
+    Outcome outcome = ValueOutcome(target, sent);
+    outcome.text += SentText(sent) + "\n";
+    if (const Json status = sent.value("commandStatus", Json()); !status.is_null()) {
+        outcome.text += CommandStatusLine(status);
+        if (StatusBit(status, "checksumMismatch") && sent["level"] == kLowestDownloadLevel) {
+            // Not a failure of this write: a level-2 download sends no checksum.
+            outcome.text +=
+                "the controller's configuration checksum no longer matches: a level-3 download "
+                "(vxctl config download --level 3) sends a fresh one\n";
+        } else if (StatusBit(status, "checksumMismatch")) {
+            outcome.failure = "the controller reports a configuration checksum mismatch";
+        }
+    }
+    return outcome;
+}
+
+Outcome Wink(Session& session) {
+    Outcome outcome;
+    const bool winked = session.Device().Wink();
+    outcome.json = {{"winked", winked}};
+    outcome.text = winked ? "the controller shows itself\n" : "";
+    if (!winked) outcome.failure = "the controller could not be winked";
+    return outcome;
+}
+
+Outcome Ping(Session& session) {
+    Outcome outcome;
+    const bool answers = session.Device().Ping();
+    outcome.json = {{"answers", answers}};
+    outcome.text = answers ? "the controller answers\n" : "";
+    if (!answers) outcome.failure = "the controller does not answer";
+    return outcome;
+}
+
+Outcome Name(Session& session, const std::string& location,
+             const std::optional<std::string>& text) {
+    CDevice& device = session.Device();
+    const std::string where = Latin1FromUtf8(location);
+    Outcome outcome;
+    outcome.json = {{"location", location}};
+    if (text) {
+        // Writing takes an address; other locations are offsets the file directory resolves.
+        constexpr std::size_t kAddressDigits = 4;
+        const std::string address =
+            where.size() == kAddressDigits ? where : device.ResolveSCPTLocation(where);
+        if (address.empty()) {
+            throw ToolError(fmt::format(
+                "location {} does not resolve through the controller's file directory", location));
+        }
+        device.Info()->SetName(address, Latin1FromUtf8(*text));
+        outcome.json["address"] = address;
+    }
+    const std::string name = device.Info()->Name(where);
+    outcome.json["name"] = Utf8FromLatin1(name);
+    outcome.text = Utf8FromLatin1(name) + "\n";
+    if (text) {
+        constexpr std::size_t kNameLength = 30;  // the node keeps 30 characters, blank-padded
+        if (name != TrimBlanks(Latin1FromUtf8(*text).substr(0, kNameLength))) {
+            outcome.failure = "the name did not reach the controller";
+        }
+    }
+    return outcome;
+}
+
+Outcome SendCommand(Session& session, const std::string& name, const Arguments& arguments) {
+    const auto& table = CommandTable();
+    const auto entry = std::find_if(table.begin(), table.end(), [&](const CommandEntry& candidate) {
+        return candidate.description.name == name;
+    });
+    if (entry == table.end()) throw UsageError(fmt::format("'{}' is no family command", name));
+
+    CDevice& device = session.Device();
+    const bool sent = entry->send(*device.Command(), arguments);
+    Outcome outcome;
+    outcome.json = {{"command", name}, {"arguments", arguments}, {"sent", sent}};
+    if (!sent) {
+        outcome.json["status"] = nullptr;
+        outcome.failure =
+            "the command was not sent: the controller has no command variable, or a parameter is "
+            "outside the command's rules";
+        return outcome;
+    }
+    const Json status = CommandStatusJson(device);
+    outcome.json["status"] = status;
+    outcome.text = fmt::format("{} sent\n{}", name, CommandStatusLine(status));
+    if (StatusBit(status, "rejected")) outcome.failure = "the controller rejected the command";
+    return outcome;
+}
+
+Outcome CommandStatus(Session& session) {
+    CommandStatusPtr status;
+    session.Device().Command()->UploadStatus(status);  // raises for a node without the variable
+    Outcome outcome;
+    outcome.json = StatusBitsJson(*status);
+    outcome.text = CommandStatusLine(outcome.json);
+    return outcome;
+}
+
+Outcome ObjectStatus(Session& session, std::optional<std::int32_t> object) {
+    CDevice& device = session.Device();
+    RequireObjectRequests(device);
+    const auto update = EnumMemberNumber(*RequestType(), "RQ_UPDATE_STATUS");
+    if (!update) throw ToolError("the type catalogue has no RQ_UPDATE_STATUS");
+
+    Json objects = Json::array();
+    if (object) {
+        objects.push_back(ObjectStatusOf(device, *object, *update));
+    } else {
+        for (const auto& held : device.Objects().NewEnum()) {
+            if (held->ID() >= 0) objects.push_back(ObjectStatusOf(device, held->ID(), *update));
+        }
+    }
+    Table table;
+    for (const auto& entry : objects) {
+        table.Row({fmt::format("object {}", entry["id"].get<int>()), FlagsText(entry["flags"])});
+    }
+    Outcome outcome;
+    outcome.json = {{"objects", std::move(objects)}};
+    outcome.text = table.Text();
+    return outcome;
+}
+
+Outcome Request(Session& session, std::int32_t object, std::string_view request) {
+    CDevice& device = session.Device();
+    RequireObjectRequests(device);
+    const TypedefPtr type = RequestType();
+    std::optional<std::int32_t> code = EnumMemberNumber(*type, Latin1FromUtf8(request));
+    if (!code && IsWholeNumber(request)) code = std::stoi(std::string(request));
+    if (!code) {
+        throw UsageError(
+            fmt::format("'{}' is no object request; requests: {}", request, MemberList(*type)));
+    }
+
+    device.DownloadRequest(object, *code);
+    const auto status = device.UploadStatus();
+    const std::string name = Utf8FromLatin1(type->EnumMemberName(*code));
+    Outcome outcome;
+    outcome.json = {
+        {"object", object}, {"request", name}, {"code", *code}, {"flags", FlagsJson(*status)}};
+    outcome.text =
+        fmt::format("object {}: {} ({}) sent\nstatus: {}\n", object,
+                    name.empty() ? "request" : name, *code, FlagsText(outcome.json["flags"]));
+    if (status->InvalidId()) {
+        outcome.failure = fmt::format("the controller has no object {}", object);
+    } else if (status->InvalidRequest()) {
+        outcome.failure = fmt::format("object {} does not take request {}", object, *code);
+    }
+    return outcome;
+}
+
+Outcome ConfigUpload(Session& session) {
+    const auto variables = session.ConfigurationVariables();
+    session.Upload(variables, "uploading the configuration");
+    Json uploaded = Json::array();
+    for (const auto& variable : variables) {
+        uploaded.push_back({{"object", ObjectOf(*variable)},
+                            {"name", Named(*variable)},
+                            {"configLevel", variable->ConfigLevel()},
+                            {"value", DecodeVariable(*variable).json}});
+    }
+    Outcome outcome;
+    outcome.json = {{"variables", std::move(uploaded)}};
+    outcome.text = ConfigurationTable(variables);
+    return outcome;
+}
+
+Outcome ConfigDownload(Session& session, std::int32_t level, std::optional<std::int32_t> object) {
+    std::vector<DeviceVariablePtr> chosen;
+    for (const auto& variable : session.ConfigurationVariables()) {
+        if (object && ObjectOf(*variable) != *object) continue;
+        const std::int32_t variableLevel = variable->ConfigLevel();
+        if (variableLevel >= kLowestDownloadLevel && variableLevel <= level) {
+            chosen.push_back(variable);
+        }
+    }
+    Outcome outcome;
+    Json names = Json::array();
+    std::vector<std::string> texts;
+    for (const auto& variable : chosen) {
+        names.push_back(Named(*variable));
+        texts.push_back(Named(*variable));
+    }
+    if (chosen.empty()) {
+        outcome.json = {{"level", nullptr}, {"variables", names}, {"commandStatus", nullptr}};
+        const std::string levels =
+            level == kLowestDownloadLevel
+                ? fmt::format("level {}", level)
+                : fmt::format("levels {} to {}", kLowestDownloadLevel, level);
+        outcome.failure = fmt::format("nothing to download: no configuration value of {}{}", levels,
+                                      object ? fmt::format(" on object {}", *object) : "");
+        return outcome;
+    }
+
+    CDevice& device = session.Device();
+    session.Upload(chosen, "uploading the configuration");
+    std::int32_t mask = 0;
+    for (const auto& variable : chosen) {
+        MarkChanged(*variable);
+        mask |= variable->Category();
+    }
+    const std::int32_t reached = device.ConfigModificationLevel();
+    session.DownloadConfiguration(mask, object);
+    const Json status = CommandStatusJson(device);
+
+    outcome.json = {{"level", reached}, {"variables", names}, {"commandStatus", status}};
+    outcome.text = fmt::format("level-{} configuration download of {} values: {}\n{}", reached,
+                               chosen.size(), Joined(texts), CommandStatusLine(status));
+    if (StatusBit(status, "checksumMismatch")) {
+        outcome.failure = "the controller reports a configuration checksum mismatch";
+    }
+    return outcome;
+}
+
+Outcome ConfigSave(Session& session, const std::string& path) {
+    const auto variables = session.ConfigurationVariables();
+    session.Upload(variables, "uploading the configuration");
+    const auto info = session.Device().Info();
+    SavedConfigurationFile saved{info->ProgID(), info->NeuronID(), info->Revision(), {}};
+    for (const auto& variable : variables) {
+        saved.values.emplace_back(ConfigKey(*variable),
+                                  variable->ValueBuffer()->GetBytes().Values());
+    }
+    WriteConfigurationFile(path, saved);
+
+    Outcome outcome;
+    outcome.json = {{"file", path},
+                    {"programId", Utf8FromLatin1(saved.programId)},
+                    {"values", saved.values.size()}};
+    outcome.text = fmt::format("saved {} configuration values of {} to {}\n", saved.values.size(),
+                               Utf8FromLatin1(saved.programId), path);
+    return outcome;
+}
+
+Outcome ConfigRestore(Session& session, const std::string& path) {
+    const SavedConfigurationFile saved = ReadConfigurationFile(path);
+    CDevice& device = session.Device();
+    const std::string programId = device.Info()->ProgID();
+    if (saved.programId != programId) {
+        throw ToolError(fmt::format("{} was saved from program ID {}; this controller has {}", path,
+                                    Utf8FromLatin1(saved.programId), Utf8FromLatin1(programId)));
+    }
+
+    const auto variables = session.ConfigurationVariables();
+    session.Upload(variables, "uploading the configuration");
+    auto source = std::make_shared<sim::SavedConfiguration>();
+    for (const auto& [key, bytes] : saved.values)
+        source->Set(key, bytes);
+    Json changed = Json::array();
+    for (const auto& variable : variables) {
+        const auto found = source->Values().find(ConfigKey(*variable));
+        if (found != source->Values().end() &&
+            found->second != variable->ValueBuffer()->GetBytes().Values()) {
+            changed.push_back(Utf8FromLatin1(ConfigKey(*variable)));
+        }
+    }
+
+    // Properties into their buffers; items are written to the node as they change.
+    device.SetConfig(source, kCategoryConfigProperty);
+    device.SetConfig(source, kCategoryConfigItem);
+    const std::int32_t level = device.ConfigModificationLevel();
+    session.DownloadConfiguration(kConfiguration, std::nullopt);
+    const Json status = CommandStatusJson(device);
+
+    // Read back from the node: every saved value the device has must be there.
+    session.Upload(variables, "checking the configuration");
+    Json mismatches = Json::array();
+    std::size_t checked = 0;
+    for (const auto& variable : variables) {
+        const auto found = source->Values().find(ConfigKey(*variable));
+        if (found == source->Values().end()) continue;
+        ++checked;
+        if (found->second != variable->ValueBuffer()->GetBytes().Values()) {
+            mismatches.push_back(Utf8FromLatin1(ConfigKey(*variable)));
+        }
+    }
+
+    Outcome outcome;
+    outcome.json = {{"file", path},       {"changed", changed},
+                    {"level", level},     {"commandStatus", status},
+                    {"checked", checked}, {"mismatches", mismatches}};
+    std::vector<std::string> changedTexts;
+    for (const auto& key : changed)
+        changedTexts.push_back(key.get<std::string>());
+    outcome.text = changed.empty()
+                       ? "the controller already held the saved configuration\n"
+                       : fmt::format("restored {} values at level {}: {}\n{}", changed.size(),
+                                     level, Joined(changedTexts), CommandStatusLine(status));
+    outcome.text += fmt::format("{} of {} saved values read back as saved\n",
+                                checked - mismatches.size(), checked);
+    if (!mismatches.empty()) {
+        std::vector<std::string> keys;
+        for (const auto& key : mismatches)
+            keys.push_back(key.get<std::string>());
+        outcome.failure =
+            fmt::format("the controller does not hold the saved values of {}", Joined(keys));
+    } else if (StatusBit(status, "checksumMismatch")) {
+        outcome.failure = "the controller reports a configuration checksum mismatch";
+    }
+    return outcome;
+}
+
+}  // namespace vx::vxctl

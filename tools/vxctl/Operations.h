@@ -1,0 +1,65 @@
+#pragma once
+
+// The commands of vxctl on a connected controller. Each gives its data twice, as JSON for scripts
+// and as text for people, from the same reads.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Session.h"
+#include "ValueText.h"
+
+namespace vx::vxctl {
+
+// What a command produced. `failure` says what the device did not do although nothing raised (a
+// node that does not answer, a rejected command, a value that did not arrive): the data is still
+// shown, and the run ends with exit code 1.
+struct Outcome {
+    Json json = Json::object();
+    std::string text;
+    std::string failure;
+};
+
+// The family's device commands as the command line names them; every parameter is a whole number.
+struct FamilyCommand {
+    std::string name;
+    std::string help;
+    std::vector<std::string> parameters;
+    bool takesData = false;  // up to ten data bytes follow the parameters
+};
+const std::vector<FamilyCommand>& FamilyCommands();
+
+// The family keeps the device name at location 20 of the node's configuration values.
+inline constexpr std::string_view kNameLocation = "20";
+
+Outcome Info(Session& session);
+Outcome Objects(Session& session, bool withValues);
+Outcome Get(Session& session, std::string_view path, std::optional<std::int32_t> object);
+// Writes the value to the node: a network variable directly, a configuration value through a
+// configuration download at the level its change reached.
+Outcome Set(Session& session, std::string_view path, std::string_view value,
+            std::optional<std::int32_t> object);
+Outcome Wink(Session& session);
+Outcome Ping(Session& session);
+// Reads the name at `location`; with `text`, writes it first.
+Outcome Name(Session& session, const std::string& location, const std::optional<std::string>& text);
+Outcome SendCommand(Session& session, const std::string& name,
+                    const std::vector<std::int32_t>& arguments);
+Outcome CommandStatus(Session& session);
+// The status flags of one object, or of every object.
+Outcome ObjectStatus(Session& session, std::optional<std::int32_t> object);
+Outcome Request(Session& session, std::int32_t object, std::string_view request);
+Outcome ConfigUpload(Session& session);
+// Sends the configuration values of levels 2 to `level` (of one object, or all) again as the node
+// holds them, so that the node takes its configuration anew; at level 3 with a fresh checksum and
+// an application reset.
+Outcome ConfigDownload(Session& session, std::int32_t level, std::optional<std::int32_t> object);
+Outcome ConfigSave(Session& session, const std::string& path);
+// Imports a saved configuration, downloads what changed, and reads the configuration back from
+// the node to check that it holds every saved value.
+Outcome ConfigRestore(Session& session, const std::string& path);
+
+}  // namespace vx::vxctl

@@ -1,0 +1,221 @@
+#include "Session.h"
+
+#include <charconv>
+
+#include <fmt/format.h>
+
+#include "DefaultController.h"
+#include "NodeJson.h"
+#include "RevisionJson.h"
+#include "ValueText.h"
+#include "VxDef.h"
+#include "automation/Collection.h"
+
+namespace vx::vxctl {
+namespace {
+
+// The levels the command channel frames a download with; below them nothing frames it.
+constexpr std::int32_t kFirstPhaseLevel = 2;
+// Scales of the bars: the node settles for a second after a download opens and after it closes;
+// the library gives up waiting for the application reset after about 90 seconds.
+constexpr std::uint64_t kPhasePausesMs = 2000;
+constexpr std::uint64_t kResetWaitLimitMs = 92000;
+
+bool HasDefaultControllersProgramId(const sim::NodeDescription& description) {
+    return FoldKey(description.programId) == FoldKey(sim::DefaultController().programId);
+}
+
+std::string FieldList(const IOrvexTypedef& type) {
+    return fmt::format("{}", fmt::join(type.FieldNames().Values(), ", "));
+}
+
+}  // namespace
+
+std::string VariablePath::Shown() const {
+    std::string shown = Utf8FromLatin1(variable->Name());
+    if (!field.empty()) shown += "." + field;
+    if (entry) shown += fmt::format("[{}]", *entry);
+    return shown;
+}
+
+Session::Session(const DeviceChoice& choice, Progress& progress)
+    : m_progress(progress), m_deviceName(choice.device) {
+    sim::NodeDescription description =
+        choice.device == kDefaultDevice ? sim::DefaultController() : sim::LoadNode(choice.device);
+    const VxDef factory;
+    DeviceRevisionIdentifyPtr revision;
+    if (choice.revision == kNoRevision ||
+        (choice.revision.empty() && !HasDefaultControllersProgramId(description))) {
+        m_revisionSource = std::string(kNoRevision);
+    } else {
+        revision = factory.CreateDeviceRevision();
+        if (choice.revision.empty() || choice.revision == kDefaultRevision) {
+            sim::ApplyDefaultRevision(*revision);
+            m_revisionSource = "built-in";
+        } else {
+            sim::LoadRevisionJson(choice.revision, *revision);
+            m_revisionSource = choice.revision;
+        }
+    }
+
+    m_node = sim::SimulatedNode::Create(std::move(description));
+    m_device = std::dynamic_pointer_cast<CDevice>(factory.CreateDeviceManager());
+    try {
+        m_device->Connect(m_node, revision);
+    } catch (const ComError& error) {
+        if (!m_device->Connected()) throw;
+        m_connectError = error;
+    }
+}
+
+Session::~Session() {
+    m_device->Disconnect();
+}
+
+std::vector<DeviceVariablePtr> Session::Variables() const {
+    std::vector<DeviceVariablePtr> variables;
+    for (const auto& object : m_device->Objects().NewEnum()) {
+        const auto held = object->Variables();
+        variables.insert(variables.end(), held.begin(), held.end());
+    }
+    return variables;
+}
+
+std::vector<DeviceVariablePtr> Session::ConfigurationVariables() const {
+    auto variables = Variables();
+    std::erase_if(variables, [](const DeviceVariablePtr& variable) {
+        return (variable->Category() & (kCategoryConfigItem | kCategoryConfigProperty)) == 0;
+    });
+    return variables;
+}
+
+VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> object) const {
+    std::string text = Latin1FromUtf8(path);
+    VariablePath found;
+    if (text.ends_with(']')) {
+        const auto open = text.rfind('[');
+        std::int32_t entry = 0;
+        const char* first = text.data() + (open == std::string::npos ? 0 : open + 1);
+        const char* last = text.data() + text.size() - 1;
+        if (open == std::string::npos || std::from_chars(first, last, entry).ptr != last) {
+            throw UsageError(
+                fmt::format("'{}': an array entry is a whole number in brackets", path));
+        }
+        found.entry = entry;
+        text.erase(open);
+    }
+    const auto point = text.find('.');
+    const std::string name = text.substr(0, point);
+    if (point != std::string::npos) found.field = Utf8FromLatin1(text.substr(point + 1));
+    if (name.empty()) throw UsageError(fmt::format("'{}' names no variable", path));
+
+    if (object) {
+        const auto holder = m_device->ObjectByID(*object);
+        if (!holder) throw ToolError(fmt::format("the device has no object {}", *object));
+        found.variable =
+            holder->VariableByName(name);  // an unknown name raises the library's error
+    } else {
+        std::vector<DeviceVariablePtr> matches;
+        std::vector<std::int32_t> holders;
+        for (const auto& candidate : Variables()) {
+            if (FoldKey(candidate->Name()) != FoldKey(name)) continue;
+            matches.push_back(candidate);
+            holders.push_back(candidate->Object() ? candidate->Object()->ID() : -1);
+        }
+        if (matches.empty()) {
+            throw ToolError(
+                fmt::format("the device has no variable '{}' (vxctl objects lists them)",
+                            Utf8FromLatin1(name)));
+        }
+        if (matches.size() > 1) {
+            throw UsageError(fmt::format("'{}' is on objects {}: choose one with --object",
+                                         Utf8FromLatin1(name), fmt::join(holders, ", ")));
+        }
+        found.variable = matches.front();
+    }
+    found.object = found.variable->Object() ? found.variable->Object()->ID() : -1;
+    found.element = found.variable->Element();
+
+    if (!found.field.empty()) {
+        // Checked step by step so that an unknown field is named: the element skips it silently.
+        const std::string fieldPath = Latin1FromUtf8(found.field);
+        TypedefPtr type = found.variable->Typedef();
+        std::string reached = Utf8FromLatin1(found.variable->Name());
+        std::size_t start = 0;
+        for (;;) {
+            const auto end = fieldPath.find('.', start);
+            const std::string piece = fieldPath.substr(start, end - start);
+            if (!type || type->TypeCategory() != kCategoryStructure) {
+                throw ToolError(fmt::format("{} is no structure: it has no field '{}'", reached,
+                                            Utf8FromLatin1(piece)));
+            }
+            ElementdefPtr field;
+            try {
+                field = type->FieldByName(piece);
+            } catch (const ComError&) {
+                // The type's own error says no more than "invalid procedure call".
+            }
+            if (!field) {
+                throw ToolError(fmt::format("{} ({}) has no field '{}'; its fields: {}", reached,
+                                            type->TypeName(), Utf8FromLatin1(piece),
+                                            FieldList(*type)));
+            }
+            type = field->Typedef();
+            reached += "." + Utf8FromLatin1(piece);
+            if (end == std::string::npos) break;
+            start = end + 1;
+        }
+        found.element = found.element->SubElement({Variant(fieldPath)});
+    }
+    if (found.entry) {
+        const std::int32_t last = found.element->UBound();
+        if (last < 0) throw ToolError(fmt::format("{} is no array", path));
+        if (*found.entry < 0 || *found.entry > last) {
+            throw ToolError(fmt::format("{}: the array has entries 0 to {}", path, last));
+        }
+    }
+    return found;
+}
+
+void Session::Upload(const std::vector<DeviceVariablePtr>& variables, std::string label,
+                     const std::function<void(CDeviceVariable&, const ComError&)>& failed) {
+    ProgressScope shown(m_progress, std::move(label), variables.size());
+    for (const auto& variable : variables) {
+        try {
+            variable->Upload();
+        } catch (const ComError& error) {
+            if (!failed) throw;
+            failed(*variable, error);
+        }
+        shown.Advance();
+    }
+}
+
+void Session::DownloadConfiguration(std::int32_t mask, std::optional<std::int32_t> object) {
+    // Below the phase levels the items were written as they changed, and no restart follows.
+    if (m_device->ConfigModificationLevel() < kFirstPhaseLevel) mask &= ~kCategoryConfigItem;
+    if (mask == 0) return;
+    {
+        WaitScope shown(m_progress, "downloading the configuration", kPhasePausesMs);
+        m_device->Download(ChecksumObject(object), mask);
+    }
+    if (m_device->DeferredClose()) {
+        WaitScope shown(m_progress, "waiting for the application reset", kResetWaitLimitMs);
+        m_device->Upload(0);  // closes the download and waits for the restart; uploads nothing
+    }
+}
+
+std::int32_t Session::ChecksumObject(std::optional<std::int32_t> preferred) const {
+    const auto hasList = [](const CDeviceObject& object) { return object.CrcList().Count() > 0; };
+    if (preferred) {
+        if (const auto object = m_device->ObjectByID(*preferred); object && hasList(*object)) {
+            return *preferred;
+        }
+    }
+    for (const auto& object : m_device->Objects().NewEnum()) {
+        if (hasList(*object)) return object->ID();
+    }
+    return preferred.value_or(0);
+}
+
+}  // namespace vx::vxctl

@@ -1,0 +1,260 @@
+#include "Vxctl.h"
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+
+#include "Operations.h"
+#include "TypeRegistry.h"
+
+namespace vx::vxctl {
+namespace {
+
+constexpr const char* kHint =
+    "hint: 'vxctl --help' lists the commands, 'vxctl COMMAND --help' describes one";
+
+constexpr const char* kDescription =
+    "vxctl: look at an Orvex controller, read and change its values, send it commands, and back "
+    "up and restore its configuration.\n\n"
+    "The controller is the simulated one this build offers. It lives in the vxctl process only: "
+    "every run loads it afresh from --device, so what set, command, request, name and the config "
+    "commands change lasts for that run alone.";
+
+constexpr const char* kFooter =
+    "Exit codes: 0 done; 1 a library error (number, source and description are printed) or the "
+    "controller did not do what was asked; 2 a command line that cannot be meant; 3 the connect "
+    "stopped part-way: the command ran on what was loaded, and the failure is printed.";
+
+// Everything the command line can give.
+struct CommandLine {
+    DeviceChoice device;
+    bool json = false;
+    bool values = false;
+    std::int32_t object = 0;
+    std::string path;
+    std::string value;
+    std::string location = std::string(kNameLocation);
+    std::string name;
+    std::int32_t requestObject = 0;
+    std::string request;
+    std::int32_t level = 2;
+    std::string file;
+    std::map<std::string, std::vector<std::int32_t>> commandArguments;
+    std::vector<std::int32_t> commandData;
+};
+
+CLI::Validator FileOr(std::vector<std::string_view> words, const std::string& shown) {
+    return CLI::Validator(
+        [words](std::string& value) -> std::string {
+            for (const auto word : words) {
+                if (value == word) return {};
+            }
+            if (std::filesystem::is_regular_file(value)) return {};
+            return "no such file: " + value;
+        },
+        shown);
+}
+
+std::optional<std::int32_t> Given(const CLI::Option* option, std::int32_t value) {
+    if (option->count() == 0) return std::nullopt;
+    return value;
+}
+
+// What the command line asks for, to run once the controller is connected.
+using Action = std::function<Outcome(Session&)>;
+
+// Defines the options and commands; parsing a command sets `action`.
+void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action) {
+    const auto runs = [&action](CLI::App* command, Action run) {
+        command->callback([&action, run = std::move(run)] { action = run; });
+    };
+    app.fallthrough();  // --device, --revision and --json also after the command
+    app.require_subcommand(1);
+    app.add_option("--device", line.device.device,
+                   "the controller: 'default' (the family's built-in controller), a node "
+                   "description (.json) or a device interface file (.xif)")
+        ->check(FileOr({kDefaultDevice}, "FILE|default"))
+        ->capture_default_str();
+    app.add_option("--revision", line.device.revision,
+                   "the revision description: 'default' (built-in), 'none', or a file; without "
+                   "it, the built-in one for the default controller's program ID")
+        ->check(FileOr({kDefaultRevision, kNoRevision}, "FILE|default|none"));
+    app.add_flag("--json", line.json, "output for scripts: one JSON document on stdout");
+
+    runs(app.add_subcommand("info", "identity, state, self-documentation and revision"),
+         [](Session& session) { return Info(session); });
+
+    auto* objects =
+        app.add_subcommand("objects", "the objects with their profiles and variables, as a tree");
+    objects->add_flag("--values", line.values, "read and show every value");
+    runs(objects, [&line](Session& session) { return Objects(session, line.values); });
+
+    auto* get = app.add_subcommand("get", "read a value from the controller");
+    get->add_option("NAME", line.path, "variable[.field...][[entry]]")->required();
+    auto* getObject = get->add_option("--object", line.object, "the object that holds it");
+    runs(get, [&line, getObject](Session& session) {
+        return Get(session, line.path, Given(getObject, line.object));
+    });
+
+    auto* set = app.add_subcommand(
+        "set",
+        "write a value to the controller (configuration values in a configuration download)");
+    set->add_option("NAME", line.path, "variable[.field...][[entry]]")->required();
+    set->add_option("VALUE", line.value,
+                    "a number, an enumeration member, true or false, or a text")
+        ->required();
+    auto* setObject = set->add_option("--object", line.object, "the object that holds it");
+    runs(set, [&line, setObject](Session& session) {
+        return Set(session, line.path, line.value, Given(setObject, line.object));
+    });
+
+    runs(app.add_subcommand("wink", "make the controller show itself"),
+         [](Session& session) { return Wink(session); });
+    runs(app.add_subcommand("ping", "check that the controller answers"),
+         [](Session& session) { return Ping(session); });
+
+    auto* name = app.add_subcommand("name", "read the device name, or write it and read it back");
+    name->add_option("--location", line.location,
+                     "a four-digit memory address, or a location the file directory resolves")
+        ->capture_default_str();
+    auto* nameText = name->add_option("TEXT", line.name, "the new name (30 characters at most)");
+    runs(name, [&line, nameText](Session& session) {
+        return Name(session, line.location,
+                    nameText->count() ? std::optional(line.name) : std::nullopt);
+    });
+
+    auto* command = app.add_subcommand("command", "send one of the family's device commands");
+    command->require_subcommand(1);
+    for (const auto& family : FamilyCommands()) {
+        auto* sub = command->add_subcommand(family.name, family.help);
+        auto& values = line.commandArguments[family.name];
+        values.resize(family.parameters.size());
+        for (std::size_t i = 0; i < family.parameters.size(); ++i) {
+            sub->add_option(family.parameters[i], values[i])->required();
+        }
+        if (family.takesData) sub->add_option("BYTE", line.commandData, "data bytes");
+        runs(sub, [&line, &values, name = family.name](Session& session) {
+            std::vector<std::int32_t> arguments = values;
+            arguments.insert(arguments.end(), line.commandData.begin(), line.commandData.end());
+            return SendCommand(session, name, arguments);
+        });
+    }
+    runs(app.add_subcommand("command-status", "the controller's answer to the last command"),
+         [](Session& session) { return CommandStatus(session); });
+
+    auto* status = app.add_subcommand("status", "object status flags");
+    auto* statusObject = status->add_option("--object", line.object, "one object only");
+    runs(status, [&line, statusObject](Session& session) {
+        return ObjectStatus(session, Given(statusObject, line.object));
+    });
+
+    auto* request = app.add_subcommand("request", "send an object request");
+    request->add_option("OBJECT", line.requestObject, "the object")->required();
+    request->add_option("REQUEST", line.request, "RQ_DISABLED, DISABLED or its number")->required();
+    runs(request,
+         [&line](Session& session) { return Request(session, line.requestObject, line.request); });
+
+    auto* config = app.add_subcommand("config", "the controller's configuration");
+    config->require_subcommand(1);
+    runs(config->add_subcommand("upload", "read the configuration"),
+         [](Session& session) { return ConfigUpload(session); });
+    auto* download = config->add_subcommand(
+        "download", "send the configuration values of levels 2 to LEVEL again as they are");
+    download->add_option("--level", line.level, "2, or 3 with a fresh checksum and a restart")
+        ->check(CLI::IsMember({2, 3}))
+        ->capture_default_str();
+    auto* downloadObject =
+        download->add_option("--object", line.object, "only this object's values");
+    runs(download, [&line, downloadObject](Session& session) {
+        return ConfigDownload(session, line.level, Given(downloadObject, line.object));
+    });
+    auto* save = config->add_subcommand("save", "write the configuration to a JSON file");
+    save->add_option("FILE", line.file, "the file")->required();
+    runs(save, [&line](Session& session) { return ConfigSave(session, line.file); });
+    auto* restore = config->add_subcommand(
+        "restore", "import a saved configuration, download it and read it back");
+    restore->add_option("FILE", line.file, "a file written by config save")
+        ->required()
+        ->check(CLI::ExistingFile);
+    runs(restore, [&line](Session& session) { return ConfigRestore(session, line.file); });
+
+    app.footer(kFooter);  // after the commands, which would inherit it
+}
+
+// Connects, runs the action and reports: its output on `out`, failures on `err`.
+int Execute(const Action& action, const CommandLine& line, std::ostream& out, std::ostream& err,
+            bool terminal) {
+    Progress progress(terminal ? &err : nullptr);
+    std::optional<ProgressClockGuard> clock;
+    if (terminal) clock.emplace(progress);
+    UseStandardTypes();
+
+    std::optional<ComError> connectError;
+    const auto reportConnectError = [&](bool shown) {
+        if (!connectError) return;
+        err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError) << "\n";
+        if (shown) err << "vxctl: shown is what was loaded before it stopped\n";
+    };
+    const auto printMessage = [&](const std::string& message) {
+        if (line.json) out << Json{{"error", {{"message", message}}}}.dump(2) << "\n";
+        err << "vxctl: " << message << "\n";
+    };
+    try {
+        Session session(line.device, progress);
+        connectError = session.ConnectError();
+        Outcome outcome = action(session);
+        if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
+        out << (line.json ? outcome.json.dump(2) + "\n" : outcome.text);
+        if (!outcome.failure.empty()) err << "vxctl: " << outcome.failure << "\n";
+        reportConnectError(true);
+        if (!outcome.failure.empty()) return kExitFailure;
+        return connectError ? kExitPartial : kExitSuccess;
+    } catch (const ComError& error) {
+        if (line.json) {
+            Json document = {{"error", ErrorJson(error)}};
+            if (connectError) document["connectError"] = ErrorJson(*connectError);
+            out << document.dump(2) << "\n";
+        }
+        err << "vxctl: " << ErrorText(error) << "\n";
+        reportConnectError(false);
+        return kExitFailure;
+    } catch (const UsageError& error) {
+        printMessage(error.what());
+        err << kHint << "\n";
+        return kExitUsage;
+    } catch (const ToolError& error) {
+        printMessage(error.what());
+        reportConnectError(false);
+        return kExitFailure;
+    }
+}
+
+}  // namespace
+
+int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
+        bool terminal) {
+    CommandLine line;
+    Action action;
+    CLI::App app(kDescription, "vxctl");
+    DefineCommandLine(app, line, action);
+
+    std::vector<const char*> argv = {"vxctl"};
+    for (const auto& argument : arguments)
+        argv.push_back(argument.c_str());
+    try {
+        app.parse(static_cast<int>(argv.size()), argv.data());
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+            return app.exit(error, out, err);  // --help
+        }
+        err << "vxctl: " << error.what() << "\n" << kHint << "\n";
+        return kExitUsage;
+    }
+    return Execute(action, line, out, err, terminal);
+}
+
+}  // namespace vx::vxctl

@@ -1,0 +1,13 @@
+// vxctl: the service technician's command-line tool (Vxctl.h).
+#include <unistd.h>
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Vxctl.h"
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    return vx::vxctl::Run(arguments, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
+}
