@@ -17,6 +17,9 @@ ITypeInfo* TypeInfoFor(REFGUID iid);
 // may come from another library).
 void AlsoSearchTypeLibrary(REFGUID libid, WORD major, WORD minor);
 
+// TypeInfoFor as an HRESULT, for the IDispatch members that may not throw.
+HRESULT FindTypeInfoNoThrow(REFGUID iid, ITypeInfo** type) noexcept;
+
 // IDispatch of one dual interface, answered from its type description.
 template <typename Interface>
 class DispatchPart : public Interface {
@@ -55,18 +58,10 @@ private:
     template <typename Use>
     static HRESULT Described(Use use) {
         ITypeInfo* type = nullptr;
-        const HRESULT found = FindTypeInfo(__uuidof(Interface), &type);
+        const HRESULT found = FindTypeInfoNoThrow(__uuidof(Interface), &type);
         return FAILED(found) ? found : use(type);
     }
-    static HRESULT FindTypeInfo(REFGUID iid, ITypeInfo** type);
 };
-
-HRESULT FindTypeInfoNoThrow(REFGUID iid, ITypeInfo** type) noexcept;
-
-template <typename Interface>
-HRESULT DispatchPart<Interface>::FindTypeInfo(REFGUID iid, ITypeInfo** type) {
-    return FindTypeInfoNoThrow(iid, type);
-}
 
 template <typename Interface>
 using ImplementationOf =
