@@ -79,6 +79,8 @@ struct CommandChannel {
     std::vector<TimerReset> timerResets;
     std::vector<std::int32_t> keypresses;
     std::vector<std::int32_t> clearedLogs;  // object ids
+
+    bool operator==(const CommandChannel&) const = default;
 };
 
 // Bits of the command status variable's second byte.

@@ -55,6 +55,47 @@ std::string MemoryProblem(const NodeDescription& node) {
     return "";
 }
 
+std::string ItemMemoryProblem(const NodeDescription& node) {
+    // Items and blocks as ranges, each with what an overlap message calls it.
+    struct Range {
+        std::size_t first = 0;
+        std::size_t end = 0;
+        std::string what;
+    };
+    std::vector<Range> ranges;
+    for (const auto& item : node.configItems) {
+        if (item.address < 0) continue;
+        const std::string what = "configuration item " + item.name + " at " + Address(item.address);
+        if (static_cast<std::size_t>(item.address) >= kMemorySize) {
+            return what + ": the address is outside 0..65535";
+        }
+        if (static_cast<std::size_t>(item.address) + item.value.size() > kMemorySize) {
+            return what + ": its " + std::to_string(item.value.size()) + " bytes end past 65535";
+        }
+        const auto first = static_cast<std::size_t>(item.address);
+        ranges.push_back({first, first + item.value.size(), what});
+    }
+    if (ranges.empty()) return "";
+    for (const auto& block : node.memory) {
+        const auto first = static_cast<std::size_t>(block.address);
+        ranges.push_back(
+            {first, first + block.bytes.size(), "the memory block at " + Address(block.address)});
+    }
+    // Blocks overlapping one another are MemoryProblem's; of a clash, the item is named first.
+    std::stable_sort(ranges.begin(), ranges.end(),
+                     [](const Range& a, const Range& b) { return a.first < b.first; });
+    for (std::size_t i = 1; i < ranges.size(); ++i) {
+        const Range& previous = ranges[i - 1];
+        const Range& range = ranges[i];
+        if (range.first >= previous.end) continue;
+        const bool rangeIsItem = range.what.starts_with("configuration item");
+        const Range& item = rangeIsItem ? range : previous;
+        const Range& other = rangeIsItem ? previous : range;
+        return item.what + ": it overlaps " + other.what;
+    }
+    return "";
+}
+
 std::string ChecksumProblem(const NodeDescription& node) {
     if (node.checksumItem.empty()) {
         return node.checksumCovers.empty() ? "" : "covered values without an item";

@@ -19,6 +19,9 @@ const std::vector<std::uint8_t>* NamedValue(const NodeDescription& node, const s
 // checksum (an item that is no two-byte value, no covered values, a name the node does not have;
 // the text names no part, the caller does) or the reset polls (below -1); "" when nothing is.
 std::string MemoryProblem(const NodeDescription& node);
+// What is wrong with the configuration items in memory: one that leaves the 64 KiB image or
+// overlaps another item or a memory block (the text names the item); "" when nothing is.
+std::string ItemMemoryProblem(const NodeDescription& node);
 std::string ChecksumProblem(const NodeDescription& node);
 std::string ResetPollsProblem(std::int32_t polls);
 

@@ -29,6 +29,9 @@ struct ConfigItemRecord {
     // 0 and type name "" for none); "" when the host knows nothing of the item.
     std::string layout;
     std::vector<std::uint8_t> value;
+    // Where the value lives in the memory image (0 .. 0xFFFF), so that memory requests read and
+    // write it; -1 for an item outside memory.
+    std::int32_t address = -1;
 
     bool operator==(const ConfigItemRecord&) const = default;
 };

@@ -98,6 +98,14 @@ public:
                 if (const auto problem = MemoryProblem(node); !problem.empty()) json::Fail(problem);
             });
         }
+        if (!node.configItems.empty()) {
+            m_path = "configItems";
+            Entry([&] {
+                if (const auto problem = ItemMemoryProblem(node); !problem.empty()) {
+                    json::Fail(problem);
+                }
+            });
+        }
         if (const auto* checksum = json::Member(document, "checksum")) {
             m_path = "checksum";
             Entry([&] { ReadChecksum(*checksum, node); });
@@ -114,9 +122,9 @@ private:
 
     static void ReadNode(const Json& document, NodeDescription& node) {
         if (!document.is_object()) json::Fail("the file must hold one object");
-        json::CheckKeys(document,
-                        {"version", "neuronId", "programId", "selfDoc", "nodeState", "mode",
-                         "variables", "configItems", "memory", "checksum", "resetPolls"});
+        json::CheckKeys(
+            document, {"version", "neuronId", "programId", "selfDoc", "nodeState", "mode",
+                       "variables", "configItems", "memory", "checksum", "resetPolls", "running"});
         if (const auto* version = json::Member(document, "version")) {
             json::Integer(*version, "version", 1, 1);
         }
@@ -137,6 +145,11 @@ private:
                 json::Fail(json::Quoted(key) + " must be an array");
             }
         }
+        // A state file's running state (NodeSnapshot.h): the node's description ignores it.
+        if (const auto* running = json::Member(document, "running");
+            running && !running->is_object()) {
+            json::Fail("\"running\" must be an object");
+        }
         if (const auto* polls = json::Member(document, "resetPolls")) {
             node.resetPolls =
                 static_cast<std::int32_t>(json::Integer(*polls, "resetPolls", -1, 2147483647));
@@ -146,16 +159,18 @@ private:
     static MemoryBlock ReadMemoryBlock(const Json& entry) {
         if (!entry.is_object()) json::Fail("a memory block must be an object");
         json::CheckKeys(entry, {"address", "bytes"});
-        const std::string address = json::Text(json::Required(entry, "address"), "address");
-        const auto addressBytes = ParseHex(address);
-        if (address.size() != 4 || !addressBytes) {
-            json::Fail("address must be 4 hexadecimal digits");
-        }
         MemoryBlock block;
-        block.address = (*addressBytes)[0] << 8 | (*addressBytes)[1];
+        block.address = ReadAddress(json::Required(entry, "address"));
         block.bytes = json::Bytes(json::Required(entry, "bytes"), "bytes", 1,
                                   0x10000 - static_cast<std::size_t>(block.address));
         return block;
+    }
+
+    static std::int32_t ReadAddress(const Json& value) {
+        const std::string address = json::Text(value, "address");
+        const auto bytes = ParseHex(address);
+        if (address.size() != 4 || !bytes) json::Fail("address must be 4 hexadecimal digits");
+        return (*bytes)[0] << 8 | (*bytes)[1];
     }
 
     static void ReadChecksum(const Json& entry, NodeDescription& node) {
@@ -220,7 +235,7 @@ private:
         ConfigItemRecord item;
         item.name = json::Name(json::Required(entry, "name"), "name");
         m_path += " (" + item.name + ")";
-        json::CheckKeys(entry, {"name", "layout", "value"});
+        json::CheckKeys(entry, {"name", "layout", "value", "address"});
         CheckItemName(item.name);
         if (const auto [at, added] = m_itemNames.emplace(item.name, m_path); !added) {
             json::Fail("the name is taken by " + at->second);
@@ -230,6 +245,9 @@ private:
             CheckLayout(item.layout);
         }
         item.value = json::Bytes(json::Required(entry, "value"), "value", 1, kMaxValueBytes);
+        if (const auto* address = json::Member(entry, "address")) {
+            item.address = ReadAddress(*address);
+        }
         return item;
     }
 

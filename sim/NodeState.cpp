@@ -18,11 +18,16 @@ constexpr std::uint8_t kQueryStatus = 0x51;
 constexpr std::uint8_t kReadMemory = 0x6D;
 constexpr std::uint8_t kWriteMemory = 0x6E;
 
-// Memory requests: mode (0, absolute addressing), address high and low, count; a write adds its
-// form and the bytes.
+// Memory requests: mode, address high and low, count; a write adds its form and the bytes.
 constexpr std::uint8_t kAbsoluteAddressing = 0;
+constexpr std::uint8_t kReadOnlyRelative = 1;
 constexpr std::size_t kMemoryHeader = 4;
 constexpr std::size_t kMaxMemoryCount = 64;
+
+// The read-only data a node gives in mode 1: its identity, the rest of it zero here.
+constexpr std::size_t kReadOnlySize = 32;
+constexpr std::size_t kNeuronIdAt = 0;
+constexpr std::size_t kProgramIdAt = 13;
 
 // Fixed fields of the status block. Its node state is the node's own code, except that a
 // configured node whose application is offline reports a code of its own.
@@ -158,7 +163,11 @@ void SimulatedNodeState::Prepare() {
 
     for (std::size_t i = 0; i < node.configItems.size(); ++i) {
         factoryValues.emplace_back(ValueAt{true, i}, node.configItems[i].value);
+        if (node.configItems[i].address >= 0) itemsInMemory.push_back(i);
     }
+    std::sort(itemsInMemory.begin(), itemsInMemory.end(), [&](std::size_t a, std::size_t b) {
+        return node.configItems[a].address < node.configItems[b].address;
+    });
     if (!node.checksumItem.empty()) {
         checksumAt = Find(node.checksumItem);
         for (const auto& name : node.checksumCovers) {
@@ -236,13 +245,15 @@ std::vector<std::uint8_t> SimulatedNodeState::ReadVariable(std::size_t at) {
     std::vector<std::uint8_t> value = node.variables[at].value;
     // Each read of the alarm message during a restart is one poll of it.
     if (at == alarmAt && commands.restarting && commands.pollsLeft > 0 &&
-        --commands.pollsLeft == 0) {
-        FinishRestart();
+        --commands.pollsLeft >= 0) {
+        ++changes;
+        if (commands.pollsLeft == 0) FinishRestart();
     }
     return value;
 }
 
 void SimulatedNodeState::WriteVariable(std::size_t at, const std::vector<std::uint8_t>& value) {
+    ++changes;
     node.variables[at].value = value;
     if (at == commandAt) ReceiveCommand(value);
     if (at == requestAt) ReceiveObjectRequest(value);
@@ -268,26 +279,80 @@ std::vector<std::uint8_t> SimulatedNodeState::Respond(const Message& request) {
         }
         case kReadMemory:
         case kWriteMemory: {
-            if (data.size() < kMemoryHeader || data[0] != kAbsoluteAddressing) return fail();
+            if (data.size() < kMemoryHeader) return fail();
+            const std::uint8_t mode = data[0];
             const auto address = static_cast<std::size_t>(Word(data, 1));
             const std::size_t count = data[3];
-            if (count == 0 || count > kMaxMemoryCount || address + count > kMemorySize) {
-                return fail();
-            }
-            const auto first = memory.begin() + static_cast<std::ptrdiff_t>(address);
+            if (count == 0 || count > kMaxMemoryCount) return fail();
             if (request.code == kReadMemory) {
                 if (data.size() != kMemoryHeader) return fail();
-                return {first, first + static_cast<std::ptrdiff_t>(count)};
+                if (mode == kAbsoluteAddressing && address + count <= kMemorySize) {
+                    return ReadMemory(address, count);
+                }
+                if (mode == kReadOnlyRelative && address + count <= kReadOnlySize) {
+                    const auto readOnly = ReadOnlyData();
+                    const auto first = readOnly.begin() + static_cast<std::ptrdiff_t>(address);
+                    return {first, first + static_cast<std::ptrdiff_t>(count)};
+                }
+                return fail();
             }
             // The form byte (what the node does after the write) follows the header.
-            if (data.size() != kMemoryHeader + 1 + count) return fail();
-            std::copy(data.begin() + static_cast<std::ptrdiff_t>(kMemoryHeader + 1), data.end(),
-                      first);
+            if (mode != kAbsoluteAddressing || address + count > kMemorySize ||
+                data.size() != kMemoryHeader + 1 + count) {
+                return fail();
+            }
+            WriteMemory(address, std::span(data).subspan(kMemoryHeader + 1));
             return {};
         }
         default:
             return fail();
     }
+}
+
+std::vector<std::uint8_t> SimulatedNodeState::ReadMemory(std::size_t address,
+                                                         std::size_t count) const {
+    const auto first = memory.begin() + static_cast<std::ptrdiff_t>(address);
+    std::vector<std::uint8_t> bytes(first, first + static_cast<std::ptrdiff_t>(count));
+    const std::size_t end = address + count;
+    for (const std::size_t at : itemsInMemory) {
+        const auto& item = node.configItems[at];
+        const auto itemFirst = static_cast<std::size_t>(item.address);
+        const std::size_t itemEnd = itemFirst + item.value.size();
+        if (itemFirst >= end) break;
+        for (std::size_t i = std::max(address, itemFirst); i < std::min(end, itemEnd); ++i) {
+            bytes[i - address] = item.value[i - itemFirst];
+        }
+    }
+    return bytes;
+}
+
+void SimulatedNodeState::WriteMemory(std::size_t address, std::span<const std::uint8_t> bytes) {
+    ++changes;
+    std::copy(bytes.begin(), bytes.end(), memory.begin() + static_cast<std::ptrdiff_t>(address));
+    // The bytes of an item go to its value; the image under it stays 0, as it was made.
+    const std::size_t end = address + bytes.size();
+    for (const std::size_t at : itemsInMemory) {
+        auto& item = node.configItems[at];
+        const auto itemFirst = static_cast<std::size_t>(item.address);
+        const std::size_t itemEnd = itemFirst + item.value.size();
+        if (itemFirst >= end) break;
+        for (std::size_t i = std::max(address, itemFirst); i < std::min(end, itemEnd); ++i) {
+            item.value[i - itemFirst] = bytes[i - address];
+            memory[i] = 0;
+        }
+    }
+}
+
+std::vector<std::uint8_t> SimulatedNodeState::ReadOnlyData() const {
+    std::vector<std::uint8_t> data(kReadOnlySize, 0);
+    const auto place = [&](const std::string& hex, std::size_t at, std::size_t size) {
+        if (const auto bytes = ParseHex(hex); bytes && bytes->size() == size) {
+            std::copy(bytes->begin(), bytes->end(), data.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+    };
+    place(node.neuronId, kNeuronIdAt, 6);
+    place(node.programId, kProgramIdAt, 8);
+    return data;
 }
 
 // ---- The command channel ------------------------------------------------------------------------

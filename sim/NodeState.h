@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -60,6 +61,11 @@ struct SimulatedNodeState {
     // The configuration values as described, which a memory reset restores.
     std::vector<std::pair<ValueAt, std::vector<std::uint8_t>>> factoryValues;
 
+    // The configuration items with an address, by address: their values are that memory.
+    std::vector<std::size_t> itemsInMemory;
+    // Grows with every change a state file would hold.
+    std::uint64_t changes = 0;
+
     CommandChannel commands;
     std::uint8_t lastCommand = 0;
     std::uint8_t lastResult = 0;
@@ -88,6 +94,13 @@ struct SimulatedNodeState {
 
     // The checksum of the covered values now, low byte first; empty without a checksum.
     std::vector<std::uint8_t> CoveredChecksum() const;
+
+    // The memory image as requests see it: the image with the values of the items in memory.
+    // The range must lie within the image.
+    std::vector<std::uint8_t> ReadMemory(std::size_t address, std::size_t count) const;
+    void WriteMemory(std::size_t address, std::span<const std::uint8_t> bytes);
+    // The read-only data: the Neuron ID at 0, the program ID at 13, zeros to 31.
+    std::vector<std::uint8_t> ReadOnlyData() const;
 
 private:
     void ReceiveCommand(const std::vector<std::uint8_t>& frame);

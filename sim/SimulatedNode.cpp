@@ -107,6 +107,7 @@ public:
         const auto& value =
             BytesToWrite(bytes, record.name, "configuration item", record.value.size());
         m_state->Run("WriteValue", record.name, record.name, value, [&] {
+            ++m_state->changes;
             record.value = value;
             return std::vector<std::uint8_t>();
         });
@@ -220,9 +221,9 @@ std::shared_ptr<SimulatedNode> SimulatedNode::Create(NodeDescription description
         }
     }
     const std::string checksum = ChecksumProblem(state->node);
-    for (const auto& problem :
-         {MemoryProblem(state->node), checksum.empty() ? checksum : "checksum: " + checksum,
-          ResetPollsProblem(state->node.resetPolls)}) {
+    for (const auto& problem : {MemoryProblem(state->node), ItemMemoryProblem(state->node),
+                                checksum.empty() ? checksum : "checksum: " + checksum,
+                                ResetPollsProblem(state->node.resetPolls)}) {
         if (!problem.empty()) Invalid(problem);
     }
     state->Prepare();
@@ -305,10 +306,12 @@ bool SimulatedNode::SendNetworkMessage(std::string& code, std::string& data, std
 // ---- Controls ----------------------------------------------------------------------------------
 
 void SimulatedNode::SetNodeState(std::int32_t state) {
+    ++m_state->changes;
     m_state->node.nodeState = state;
 }
 
 void SimulatedNode::SetMode(std::int32_t mode) {
+    ++m_state->changes;
     m_state->node.mode = mode;
 }
 
@@ -386,6 +389,7 @@ const CommandChannel& SimulatedNode::Commands() const {
 
 void SimulatedNode::SetResetPolls(std::int32_t polls) {
     if (const auto problem = ResetPollsProblem(polls); !problem.empty()) Invalid(problem);
+    ++m_state->changes;
     m_state->node.resetPolls = polls;
 }
 
@@ -404,11 +408,13 @@ std::uint32_t SimulatedNode::ObjectFlags(std::int32_t object) const {
 void SimulatedNode::SetObjectFlags(std::int32_t object, std::uint32_t flags) {
     CheckFlags(flags, kObjHeldFlags);
     ObjectAt(*m_state, object).flags = flags;
+    ++m_state->changes;
 }
 
 void SimulatedNode::SetObjectSupportedFlags(std::int32_t object, std::uint32_t flags) {
     CheckFlags(flags, kObjHeldFlags | kObjInvalidId | kObjInvalidRequest);
     ObjectAt(*m_state, object).supported = flags;
+    ++m_state->changes;
 }
 
 const std::vector<std::uint8_t>& SimulatedNode::VariableValue(const std::string& name) const {
@@ -419,6 +425,7 @@ void SimulatedNode::SetVariableValue(const std::string& name, std::vector<std::u
     auto& held = m_state->node.variables[VariableAt(*m_state, name)].value;
     CheckLength(name, "network variable", held.size(), value.size());
     held = std::move(value);
+    ++m_state->changes;
 }
 
 const std::vector<std::uint8_t>& SimulatedNode::ConfigItemValue(const std::string& name) const {
@@ -429,21 +436,151 @@ void SimulatedNode::SetConfigItemValue(const std::string& name, std::vector<std:
     auto& held = m_state->node.configItems[ConfigItemAt(*m_state, name)].value;
     CheckLength(name, "configuration item", held.size(), value.size());
     held = std::move(value);
+    ++m_state->changes;
 }
 
 std::vector<std::uint8_t> SimulatedNode::MemoryBytes(std::int32_t address,
                                                      std::int32_t count) const {
-    const auto first = m_state->memory.begin() + MemoryRange(address, count);
-    return {first, first + count};
+    const auto first = MemoryRange(address, count);
+    return m_state->ReadMemory(static_cast<std::size_t>(first), static_cast<std::size_t>(count));
 }
 
 void SimulatedNode::SetMemoryBytes(std::int32_t address, const std::vector<std::uint8_t>& bytes) {
     const auto first = MemoryRange(address, static_cast<std::int64_t>(bytes.size()));
-    std::copy(bytes.begin(), bytes.end(), m_state->memory.begin() + first);
+    m_state->WriteMemory(static_cast<std::size_t>(first), bytes);
 }
 
 const NodeDescription& SimulatedNode::Description() const {
     return m_state->node;
+}
+
+// ---- State files -------------------------------------------------------------------------------
+
+std::uint64_t SimulatedNode::ChangeCount() const {
+    return m_state->changes;
+}
+
+RunningState SimulatedNode::Running() const {
+    const SimulatedNodeState& state = *m_state;
+    RunningState running;
+    running.commands = state.commands;
+    running.lastCommand = state.lastCommand;
+    running.lastResult = state.lastResult;
+    running.alarmBeforeRestart = state.alarmBeforeRestart;
+    for (const auto& object : state.objects) {
+        running.objects.push_back({object.flags, object.supported});
+    }
+    for (const auto& [where, value] : state.factoryValues) {
+        if (where.isItem) {
+            running.factoryItems.emplace_back(state.node.configItems[where.at].name, value);
+        } else {
+            running.factoryVariables.emplace_back(state.node.variables[where.at].name, value);
+        }
+    }
+    return running;
+}
+
+namespace {
+
+// Where each factory value of `named` goes in the node's factory values; raises 5 for a name the
+// node does not restore or a value of another length.
+std::vector<std::size_t> FactoryPlaces(const SimulatedNodeState& state,
+                                       const RunningState::NamedValues& named, bool items) {
+    std::vector<std::size_t> places;
+    for (const auto& [name, value] : named) {
+        const auto& names = items ? state.configItemAt : state.variableAt;
+        const auto found = names.find(name);
+        const auto& factory = state.factoryValues;
+        const auto place =
+            found == names.end()
+                ? factory.end()
+                : std::find_if(factory.begin(), factory.end(), [&](const auto& entry) {
+                      return entry.first.isItem == items && entry.first.at == found->second;
+                  });
+        if (place == factory.end()) {
+            Invalid("factory value of " + name + ": a memory reset restores no value of this name");
+        }
+        if (place->second.size() != value.size()) {
+            Invalid("factory value of " + name + ": " + std::to_string(value.size()) +
+                    " bytes for a value of " + std::to_string(place->second.size()));
+        }
+        places.push_back(static_cast<std::size_t>(place - factory.begin()));
+    }
+    return places;
+}
+
+void CheckCommandChannel(const CommandChannel& commands, std::size_t objects, bool hasAlarm) {
+    if (commands.downloadLevel != 0 && commands.downloadLevel != 2 && commands.downloadLevel != 3) {
+        Invalid("download level " + std::to_string(commands.downloadLevel) +
+                " is none of 0, 2 and 3");
+    }
+    if (commands.closes < 0 || commands.restarts < 0 || commands.sendAllScans < 0) {
+        Invalid("the command channel's counts must not be negative");
+    }
+    if (commands.restarting && !hasAlarm) {
+        Invalid("a restart in progress on a node without an alarm message");
+    }
+    if (commands.restarting ? commands.pollsLeft == 0 || commands.pollsLeft < -1
+                            : commands.pollsLeft != 0) {
+        Invalid("polls left " + std::to_string(commands.pollsLeft) +
+                (commands.restarting ? " for a restart in progress (1 or more, or -1)"
+                                     : " without a restart in progress (0)"));
+    }
+    for (const std::int32_t object : commands.clearedLogs) {
+        if (object < 0 || static_cast<std::size_t>(object) >= objects) {
+            Invalid("a cleared log of object " + std::to_string(object) +
+                    ", which the node does not have");
+        }
+    }
+    const auto isWord = [](std::int32_t number) { return number >= 0 && number <= 0xFFFF; };
+    for (const auto& reset : commands.timerResets) {
+        if (!isWord(reset.timer) || !isWord(reset.value)) Invalid("a timer reset outside 0..65535");
+    }
+    for (const std::int32_t key : commands.keypresses) {
+        if (!isWord(key)) Invalid("a keypress outside 0..65535");
+    }
+}
+
+}  // namespace
+
+void SimulatedNode::SetRunning(const RunningState& running) {
+    SimulatedNodeState& state = *m_state;
+    CheckCommandChannel(running.commands, state.objects.size(), state.alarmAt.has_value());
+    const std::size_t alarmSize =
+        state.alarmAt ? state.node.variables[*state.alarmAt].value.size() : 0;
+    if (!running.alarmBeforeRestart.empty() && running.alarmBeforeRestart.size() != alarmSize) {
+        Invalid("the alarm message before the restart: " +
+                std::to_string(running.alarmBeforeRestart.size()) + " bytes for a value of " +
+                std::to_string(alarmSize));
+    }
+    if (running.commands.restarting && running.alarmBeforeRestart.empty()) {
+        Invalid("a restart in progress without the alarm message it began with");
+    }
+    if (running.objects.size() != state.objects.size()) {
+        Invalid(std::to_string(running.objects.size()) + " objects for a node of " +
+                std::to_string(state.objects.size()));
+    }
+    for (const auto& object : running.objects) {
+        CheckFlags(object.flags, kObjHeldFlags);
+        CheckFlags(object.supported, kObjHeldFlags | kObjInvalidId | kObjInvalidRequest);
+    }
+    const auto variablePlaces = FactoryPlaces(state, running.factoryVariables, false);
+    const auto itemPlaces = FactoryPlaces(state, running.factoryItems, true);
+
+    state.commands = running.commands;
+    state.lastCommand = running.lastCommand;
+    state.lastResult = running.lastResult;
+    state.alarmBeforeRestart = running.alarmBeforeRestart;
+    for (std::size_t i = 0; i < running.objects.size(); ++i) {
+        state.objects[i] = {running.objects[i].flags, running.objects[i].supported};
+    }
+    for (std::size_t i = 0; i < variablePlaces.size(); ++i) {
+        state.factoryValues[variablePlaces[i]].second = running.factoryVariables[i].second;
+    }
+    for (std::size_t i = 0; i < itemPlaces.size(); ++i) {
+        state.factoryValues[itemPlaces[i]].second = running.factoryItems[i].second;
+    }
+    ++state.changes;
 }
 
 }  // namespace vx::sim

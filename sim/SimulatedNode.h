@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "NodeActivity.h"
@@ -12,6 +13,32 @@
 namespace vx::sim {
 
 struct SimulatedNodeState;  // what the node and its item records share
+
+// What a running node holds beside its description's values, so that a state file
+// (NodeSnapshot.h) can rebuild it exactly.
+struct RunningState {
+    struct Object {
+        std::uint32_t flags = 0;
+        std::uint32_t supported = kObjDefaultSupported;
+
+        bool operator==(const Object&) const = default;
+    };
+    using NamedValues = std::vector<std::pair<std::string, std::vector<std::uint8_t>>>;
+
+    CommandChannel commands;
+    // What the command status reports: the code of the last command and its result bits.
+    std::uint8_t lastCommand = 0;
+    std::uint8_t lastResult = 0;
+    // What the alarm message held when the running application restart began.
+    std::vector<std::uint8_t> alarmBeforeRestart;
+    std::vector<Object> objects;  // object 0 first
+    // The values a memory reset restores, by name: those of the description the node was first
+    // made from, which a node rebuilt from its current values must not lose.
+    NamedValues factoryVariables;
+    NamedValues factoryItems;
+
+    bool operator==(const RunningState&) const = default;
+};
 
 // A controller on a simulated network, seen through the host's connection to it: the node's
 // identity, state and self-documentation, its network variables and configuration items with
@@ -27,8 +54,9 @@ public:
     // Raises invalid procedure call (5) for a description a host could not hold: two network
     // variables or two configuration items of one name, two network variables of one index, an
     // index outside 0..32767, a value longer than 255 bytes, memory blocks that overlap or leave
-    // the 64 KiB image, a checksum that names no two-byte value or covers unknown names, or reset
-    // polls below -1.
+    // the 64 KiB image, a configuration item in memory that leaves the image or overlaps another
+    // item or a memory block, a checksum that names no two-byte value or covers unknown names, or
+    // reset polls below -1.
     static std::shared_ptr<SimulatedNode> Create(NodeDescription description);
 
     // ---- INodeConnection ---------------------------------------------------------------------
@@ -42,8 +70,10 @@ public:
     std::int32_t NodeState() override;
     void Wink() override;
     // Query Status ("51") answers with the node's status block (code "31"), Read Memory ("6D")
-    // and Write Memory ("6E") work on the memory image; a malformed memory request and any other
-    // code get a failure response (kSimErrFailureResponse).
+    // and Write Memory ("6E") work on the memory image (absolute addressing; Read Memory also on
+    // the read-only data), where configuration items with an address hold their values; a
+    // malformed memory request and any other code get a failure response
+    // (kSimErrFailureResponse).
     bool SendNetworkMessage(std::string& code, std::string& data, std::int32_t& length) override;
 
     // ---- Controls for tests and tools --------------------------------------------------------
@@ -98,13 +128,27 @@ public:
     void SetVariableValue(const std::string& name, std::vector<std::uint8_t> value);
     const std::vector<std::uint8_t>& ConfigItemValue(const std::string& name) const;
     void SetConfigItemValue(const std::string& name, std::vector<std::uint8_t> value);
-    // The memory image now; a range past 0xFFFF raises invalid procedure call (5).
+    // The memory image now, configuration items with an address showing their values (a write
+    // into an item changes its value); a range past 0xFFFF raises invalid procedure call (5).
     std::vector<std::uint8_t> MemoryBytes(std::int32_t address, std::int32_t count) const;
     void SetMemoryBytes(std::int32_t address, const std::vector<std::uint8_t>& bytes);
     // The node as it is now: the description it was made from with the current values, state,
     // mode and reset polls; its memory blocks are the image as it was loaded (MemoryBytes gives
     // the image now).
     const NodeDescription& Description() const;
+
+    // ---- State files ---------------------------------------------------------------------------
+    // Grows with every change of what a state file holds (values, memory, state, mode, reset
+    // polls, the command channel, the objects' flags), so that a program saves only when it moved.
+    std::uint64_t ChangeCount() const;
+    // What the node holds beside Description(); SetRunning puts it back on a node made from the
+    // same description. Raises invalid procedure call (5), changing nothing, for a state that does
+    // not fit the node: another number of objects, flags outside their sets, a download level
+    // other than 0, 2 or 3, counts below 0 (polls below -1), a restart without an alarm message,
+    // an alarm value or factory value of another length, a factory value of a name the node does
+    // not restore.
+    RunningState Running() const;
+    void SetRunning(const RunningState& running);
 
 private:
     explicit SimulatedNode(std::shared_ptr<SimulatedNodeState> state);

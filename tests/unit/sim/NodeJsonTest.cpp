@@ -7,6 +7,7 @@
 
 #include "CDeviceRevision.h"
 #include "RevisionJson.h"
+#include "SimulatedNode.h"
 #include "fixtures/ErrorMatchers.h"
 #include "interfaces/IOrvexAdvancedConfig.h"
 #include "interfaces/IOrvexVariableIdentity.h"
@@ -145,6 +146,59 @@ TEST(SimNodeJson, MalformedMemoryOrChecksumIsNamed) {
               "bad.json: checksum: it covers no values");
     EXPECT_EQ(NodeError(WithExtras(R"("resetPolls": -2)")),
               "bad.json: resetPolls must lie within -1..2147483647");
+}
+
+// A node with the items 3-1 (one byte) at `address` and 0-1 (two bytes) at 2001, and these keys.
+std::string WithItemsAt(const std::string& address, const std::string& keys = R"("mode": 1)") {
+    return R"({"neuronId": "000000000001", "programId": "91A5A50000000000", "selfDoc": "",
+               "variables": [{"name": "a", "value": "0000"}],
+               "configItems": [{"name": "3-1", "address": ")" +
+           address + R"(", "value": "00"},
+                               {"name": "0-1", "address": "2001", "value": "0000"},
+                               {"name": "0-2", "value": "00"}], )" +
+           keys + "}";
+}
+
+TEST(SimNodeJson, ConfigurationItemsMayLiveInMemory) {
+    const auto node = ReadNodeJson(WithItemsAt("1fFF"), "node.json");
+    ASSERT_EQ(node.configItems.size(), 3u);
+    EXPECT_EQ(node.configItems[0].address, 0x1FFF);
+    EXPECT_EQ(node.configItems[1].address, 0x2001);
+    EXPECT_EQ(node.configItems[2].address, -1);  // not in memory
+    // Blocks right before and after an item's bytes are no overlap.
+    EXPECT_NO_THROW(ReadNodeJson(WithItemsAt("2000", R"("memory": [
+        {"address": "1FFF", "bytes": "00"}, {"address": "2003", "bytes": "00"}])"),
+                                 "node.json"));
+    // A state file's running state is no part of the description.
+    EXPECT_EQ(ReadNodeJson(WithItemsAt("2000", R"("running": {"anything": 1})"), "node.json"),
+              ReadNodeJson(WithItemsAt("2000"), "node.json"));
+}
+
+TEST(SimNodeJson, ConfigurationItemsOutsideTheImageOrOverlappingAreNamed) {
+    EXPECT_EQ(NodeError(WithItemsAt("200")),
+              "bad.json: configItems[0] (3-1): address must be 4 hexadecimal digits");
+    EXPECT_EQ(NodeError(WithItemsAt("2002")),
+              "bad.json: configItems: configuration item 3-1 at 2002: it overlaps configuration "
+              "item 0-1 at 2001");
+    EXPECT_EQ(NodeError(WithItemsAt("1000", R"("memory": [{"address": "0FFF", "bytes": "0000"}])")),
+              "bad.json: configItems: configuration item 3-1 at 1000: it overlaps the memory "
+              "block at 0FFF");
+    EXPECT_EQ(NodeError(WithItemsAt("1000", R"("memory": [{"address": "2002", "bytes": "00"}])")),
+              "bad.json: configItems: configuration item 0-1 at 2001: it overlaps the memory "
+              "block at 2002");
+    std::string pastTheEnd = WithItemsAt("1000");
+    pastTheEnd.replace(pastTheEnd.find("2001"), 4, "FFFF");
+    EXPECT_EQ(NodeError(pastTheEnd),
+              "bad.json: configItems: configuration item 0-1 at FFFF: its 2 bytes end past 65535");
+    EXPECT_EQ(NodeError(WithItemsAt("1000", R"("running": [])")),
+              "bad.json: \"running\" must be an object");
+
+    // A node refuses what the reader refuses.
+    auto description = ReadNodeJson(WithItemsAt("1000"), "node.json");
+    description.configItems[0].address = 0x2002;
+    EXPECT_COM_ERROR(SimulatedNode::Create(description), kErrInvalidProcedureCall);
+    description.configItems[0].address = 0x10000;
+    EXPECT_COM_ERROR(SimulatedNode::Create(description), kErrInvalidProcedureCall);
 }
 
 TEST(SimNodeJson, LoadNodeChoosesTheReaderByExtension) {
