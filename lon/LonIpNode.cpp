@@ -81,7 +81,7 @@ private:
 }  // namespace
 
 // What the node and its records share: the records keep working after the node object is gone,
-// as a host's records do.
+// as a host's records do. The lists stay with the node, so that no record keeps itself alive.
 struct LonIpNode::State {
     State(const Endpoint& node, LonIpOptions givenOptions)
         : options(std::move(givenOptions)),
@@ -96,8 +96,6 @@ struct LonIpNode::State {
     std::optional<NodeIdentity> identity;
     std::optional<StatusBlock> status;
     std::chrono::steady_clock::time_point statusAt;
-    NodeVariableListPtr variables;
-    NodeVariableListPtr configItems;
 
     const SelfIdentification& ReadSelfIdentification() {
         if (!selfIdentification) {
@@ -259,8 +257,10 @@ LonIpUrl ParseLonIpUrl(std::string_view text) {
     return url;
 }
 
-std::shared_ptr<LonIpNode> LonIpNode::Open(const Endpoint& node, LonIpOptions options) {
-    for (const auto& item : options.configItems) {
+namespace {
+
+void CheckLayout(const std::vector<ConfigItemLayout>& items) {
+    for (const auto& item : items) {
         if (item.length == 0 || item.length > kMaxApdu - 1 ||
             item.address + static_cast<std::size_t>(item.length) > 0x10000) {
             throw LonError(kLonErrBadAddress,
@@ -268,8 +268,23 @@ std::shared_ptr<LonIpNode> LonIpNode::Open(const Endpoint& node, LonIpOptions op
                                ": a length of 1 to 228 bytes within the node's memory is needed");
         }
     }
+}
+
+}  // namespace
+
+std::shared_ptr<LonIpNode> LonIpNode::Open(const Endpoint& node, LonIpOptions options) {
+    CheckLayout(options.configItems);
     return std::shared_ptr<LonIpNode>(
         new LonIpNode(std::make_shared<State>(node, std::move(options))));
+}
+
+void LonIpNode::SetConfigItems(std::vector<ConfigItemLayout> items) {
+    if (m_configItems) {
+        throw LonError(kLonErrBadAddress,
+                       "the configuration items were listed already: give their layout before");
+    }
+    CheckLayout(items);
+    m_state->options.configItems = std::move(items);
 }
 
 LonIpNode::LonIpNode(std::shared_ptr<State> state) : m_state(std::move(state)) {}
@@ -277,18 +292,18 @@ LonIpNode::LonIpNode(std::shared_ptr<State> state) : m_state(std::move(state)) {
 LonIpNode::~LonIpNode() = default;
 
 NodeVariableListPtr LonIpNode::ConfigurationProperties() {
-    if (!m_state->configItems) {
+    if (!m_configItems) {
         std::vector<ObjectPtr> items;
         for (const auto& layout : m_state->options.configItems) {
             items.push_back(std::make_shared<ConfigItemRecord>(m_state, layout));
         }
-        m_state->configItems = std::make_shared<ItemList>(std::move(items));
+        m_configItems = std::make_shared<ItemList>(std::move(items));
     }
-    return m_state->configItems;
+    return m_configItems;
 }
 
 NodeVariableListPtr LonIpNode::NetworkVariables() {
-    if (!m_state->variables) {
+    if (!m_variables) {
         const auto& data = m_state->ReadSelfIdentification();
         std::vector<ObjectPtr> records;
         records.reserve(data.variables.size());
@@ -296,9 +311,9 @@ NodeVariableListPtr LonIpNode::NetworkVariables() {
             records.push_back(
                 std::make_shared<NetworkVariableRecord>(m_state, static_cast<std::uint16_t>(i)));
         }
-        m_state->variables = std::make_shared<ItemList>(std::move(records));
+        m_variables = std::make_shared<ItemList>(std::move(records));
     }
-    return m_state->variables;
+    return m_variables;
 }
 
 std::int32_t LonIpNode::Mode() {

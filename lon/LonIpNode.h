@@ -67,6 +67,11 @@ public:
     // that cannot be sent kLonErrBadRequest.
     bool SendNetworkMessage(std::string& code, std::string& data, std::int32_t& length) override;
 
+    // Gives the configuration items' layout once the caller knows the node (from its program ID,
+    // say), before the library first asks for ConfigurationProperties; a layout that cannot be
+    // used raises kLonErrBadAddress, and so does a change after the list was handed out.
+    void SetConfigItems(std::vector<ConfigItemLayout> items);
+
     NodeClient& Client();
     const SessionStats& Stats() const;
     const NodeTarget& Target() const;
@@ -79,6 +84,8 @@ public:
 private:
     explicit LonIpNode(std::shared_ptr<State> state);
     std::shared_ptr<State> m_state;
+    NodeVariableListPtr m_variables;
+    NodeVariableListPtr m_configItems;
 };
 
 using LonIpNodePtr = std::shared_ptr<LonIpNode>;
