@@ -38,6 +38,21 @@ std::string StateText(std::int32_t code) {
     }
 }
 
+std::int32_t StateCodeOf(std::int32_t state, std::int32_t mode) {
+    switch (state) {
+        case 2:
+        case 3:
+        case 6:
+            return state;
+        case kStateConfigured:
+            // A configured node is told apart by whether its application runs.
+            if (mode == 0) return kStateConfiguredOffline;
+            return mode == 1 ? kStateConfigured : 0;
+        default:
+            return 0;
+    }
+}
+
 // Network-management message codes and the memory layout of a name text.
 constexpr const char* kReadMemory = "6D";
 constexpr const char* kWriteMemory = "6E";
@@ -227,19 +242,11 @@ void CDevice::Modified(const VariablePtr& variable) {
 std::int32_t CDevice::StateCode() {
     if (!CurrentCommunicationCheck()->IsCommunicating(m_connection)) return kStateNotCommunicating;
     const std::int32_t state = m_connection->NodeState();
-    const std::int32_t mode = m_connection->Mode();
-    switch (state) {
-        case 2:
-        case 3:
-        case 6:
-            return state;
-        case kStateConfigured:
-            // A configured node is told apart by whether its application runs.
-            if (mode == 0) return kStateConfiguredOffline;
-            return mode == 1 ? kStateConfigured : 0;
-        default:
-            return 0;
-    }
+    return StateCodeOf(state, m_connection->Mode());
+}
+
+std::string NodeStateText(std::int32_t nodeState, std::int32_t mode) {
+    return StateText(StateCodeOf(nodeState, mode));
 }
 
 std::string CDevice::State(bool /*discovering*/, bool /*allowPing*/) {

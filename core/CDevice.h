@@ -25,6 +25,10 @@ namespace vx {
 // for it instead of the number.
 inline constexpr std::int32_t kOrvexManufacturerId = 0x1A5A5;
 
+// The state text State() gives for a node state and application mode as the host's connection
+// reports them ("Configured/Online", "Unconfigured", ...), for tools that read them elsewhere.
+std::string NodeStateText(std::int32_t nodeState, std::int32_t mode);
+
 // One controller: its connection to the node, its LonMark objects, its command channel and the
 // advanced configuration lists of its objects. Created unconnected; Connect learns the node.
 class CDevice final : public IOrvexDevice,

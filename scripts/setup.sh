@@ -1,38 +1,59 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need. Safe to run again: it installs only
 # what is missing, and asks apt for its package lists only then.
+#
+#   scripts/setup.sh         the build, the tests and the main job (no Windows tools)
+#   scripts/setup.sh --com   also MinGW-w64 and Wine, for the COM servers and their tests
 set -euo pipefail
+
+com=false
+case "${1:-}" in
+  "") ;;
+  --com) com=true ;;
+  *)
+    echo "usage: scripts/setup.sh [--com]" >&2
+    exit 2
+    ;;
+esac
 
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev clang-format clang-tidy
-  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev libfmt-dev
-  python3
-  g++-mingw-w64-i686 g++-mingw-w64-x86-64 mingw-w64-tools libwine-dev wine wine64
+  libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libcli11-dev libfmt-dev libasio-dev
+  python3 tshark iproute2
 )
+if $com; then
+  packages+=(g++-mingw-w64-i686 g++-mingw-w64-x86-64 mingw-w64-tools libwine-dev wine wine64)
+fi
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+
+installed() {
+  dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"
+}
 
 missing=()
 for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-    missing+=("$package")
-  fi
+  installed "$package" || missing+=("$package")
 done
 
 if ((${#missing[@]})); then
   echo "setup: installing ${missing[*]}"
-  sudo=""
-  if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+  # tshark would ask whether ordinary users may capture; they need not, and nobody is asked.
+  echo "wireshark-common wireshark-common/install-setuid boolean false" |
+    $sudo debconf-set-selections
   $sudo apt-get update -qq || echo "setup: some package lists could not be updated" >&2
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 else
   echo "setup: all packages present"
 fi
 
+$com || exit 0
+
 # 32-bit Wine runs the 32-bit COM server. It needs the i386 package index, which a mirror may
 # serve inconsistently for a while; retry, and if it still cannot be installed, go on: the
 # 32-bit run then reports itself as skipped and the 64-bit run still gates.
-if ! dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok installed"; then
-  sudo=""
-  if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
+if ! installed wine32:i386; then
   if ! dpkg --print-foreign-architectures | grep -qx i386; then
     $sudo dpkg --add-architecture i386
   fi
@@ -59,7 +80,7 @@ if ! dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok 
     if install_wine32; then break; fi
     if [ "$attempt" -lt 3 ]; then sleep 30; fi
   done
-  if ! dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok installed"; then
+  if ! installed wine32:i386; then
     echo "setup: WARNING: wine32:i386 could not be installed; the 32-bit COM tests will be skipped" >&2
   fi
 fi

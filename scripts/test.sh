@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh
+scripts/setup.sh --com
 
 FUZZ_SECONDS=${FUZZ_SECONDS:-20}
 jobs=$(nproc)

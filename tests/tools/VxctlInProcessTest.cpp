@@ -14,8 +14,10 @@
 #include <vector>
 
 #include "ConfigFile.h"
+#include "DefaultController.h"
 #include "Operations.h"
 #include "SavedConfiguration.h"
+#include "SimulatedNode.h"
 #include "Vxctl.h"
 #include "automation/Clock.h"
 #include "fixtures/Scenario.h"
@@ -28,8 +30,16 @@ using Bytes = std::vector<std::uint8_t>;
 
 class VxctlInOneProcess : public ::testing::Test {
 protected:
-    static std::map<std::string, Bytes> HeldConfiguration(const Session& session) {
-        return sim::SavedConfiguration::Save(*session.Node())->Values();
+    static std::map<std::string, Bytes> HeldConfiguration(const sim::SimulatedNode& node) {
+        return sim::SavedConfiguration::Save(node)->Values();
+    }
+
+    // The default controller, kept by the test so that it can look inside.
+    static sim::SimulatedNodePtr DefaultNode() {
+        return sim::SimulatedNode::Create(sim::DefaultController());
+    }
+    static Connection Over(const sim::SimulatedNodePtr& node) {
+        return {node, "default", "simulated controller", node->ProgramIDText()};
     }
 
     test::ScopedStandardTypes standardTypes;
@@ -41,43 +51,47 @@ protected:
 };
 
 TEST_F(VxctlInOneProcess, ARestoreReproducesTheSavedConfigurationByteForByte) {
-    Session site(DeviceChoice{}, quiet);
+    const auto siteNode = DefaultNode();
+    Session site(Over(siteNode), {}, quiet);
     // Level-2 changes first: the level-3 one after them sends a checksum over all of them.
     ASSERT_EQ(Set(site, "nciSetpoints.occupied_cool", "23.5", std::nullopt).failure, "");
     ASSERT_EQ(Set(site, "nciMaxFlow", "280", std::nullopt).failure, "");
     ASSERT_EQ(Set(site, "nciDeviceConfig.fan_mode", "FAN_LOW", std::nullopt).failure, "");
     ASSERT_EQ(Set(site, "nciFrostSetpt", "6.5", std::nullopt).failure, "");
-    ASSERT_FALSE(site.Node()->Commands().checksumMismatch);
+    ASSERT_FALSE(siteNode->Commands().checksumMismatch);
     ASSERT_EQ(ConfigSave(site, file.string()).failure, "");
 
     // The file holds what the site's controller holds.
     const SavedConfigurationFile saved = ReadConfigurationFile(file.string());
     const std::map<std::string, Bytes> savedValues(saved.values.begin(), saved.values.end());
-    EXPECT_EQ(savedValues, HeldConfiguration(site));
+    EXPECT_EQ(savedValues, HeldConfiguration(*siteNode));
 
-    Session fresh(DeviceChoice{}, quiet);
-    ASSERT_NE(HeldConfiguration(fresh), HeldConfiguration(site));
+    const auto freshNode = DefaultNode();
+    Session fresh(Over(freshNode), {}, quiet);
+    ASSERT_NE(HeldConfiguration(*freshNode), HeldConfiguration(*siteNode));
     const Outcome restored = ConfigRestore(fresh, file.string());
     EXPECT_EQ(restored.failure, "");
-    EXPECT_EQ(HeldConfiguration(fresh), HeldConfiguration(site));
+    EXPECT_EQ(HeldConfiguration(*freshNode), HeldConfiguration(*siteNode));
     EXPECT_EQ(restored.json["changed"],
               Json::parse(R"(["nciSetpoints.20", "3-1", "3-2", "0-1", "nciMaxFlow.30"])"));
     EXPECT_EQ(restored.json["level"], 3);
-    EXPECT_FALSE(fresh.Node()->Commands().checksumMismatch);
-    EXPECT_EQ(fresh.Node()->Commands().restarts, 1);
-    EXPECT_FALSE(fresh.Node()->Commands().restarting);
+    EXPECT_FALSE(freshNode->Commands().checksumMismatch);
+    EXPECT_EQ(freshNode->Commands().restarts, 1);
+    EXPECT_FALSE(freshNode->Commands().restarting);
 }
 
 TEST_F(VxctlInOneProcess, ARestoreRefusesAnotherModelsConfiguration) {
-    Session session(DeviceChoice{}, quiet);
+    const auto node = DefaultNode();
+    Session session(Over(node), {}, quiet);
     WriteConfigurationFile(file.string(), {"9FFFFF0501840460", "", "", {{"3-1", {0, 0}}}});
     EXPECT_THROW(ConfigRestore(session, file.string()), ToolError);
-    EXPECT_TRUE(session.Node()->CommandFrames().empty());
+    EXPECT_TRUE(node->CommandFrames().empty());
 }
 
 TEST_F(VxctlInOneProcess, SetSendsEachKindOfValueTheWayTheNodeTakesIt) {
-    Session session(DeviceChoice{}, quiet);
-    const auto& node = *session.Node();
+    const auto held = DefaultNode();
+    Session session(Over(held), {}, quiet);
+    const auto& node = *held;
 
     // A level-3 item: written as it changes, then a level-3 download with the checksum over it,
     // closed at once and waited for.
@@ -91,13 +105,13 @@ TEST_F(VxctlInOneProcess, SetSendsEachKindOfValueTheWayTheNodeTakesIt) {
     EXPECT_FALSE(node.Commands().restarting);
 
     // A configuration value that does not change sends nothing.
-    session.Node()->ClearRecord();
+    held->ClearRecord();
     outcome = Set(session, "nciMinFlow", "60", std::nullopt);
     EXPECT_EQ(outcome.json["sent"]["how"], "unchanged");
     EXPECT_TRUE(node.CommandFrames().empty());
 
     // A network variable is written even with the value it holds.
-    session.Node()->ClearRecord();
+    held->ClearRecord();
     outcome = Set(session, "nviApplicMode", "HVAC_AUTO", std::nullopt);
     EXPECT_EQ(outcome.json["sent"]["how"], "write");
     ASSERT_EQ(node.Exchanges().size(), 3u);  // read, write, read back
@@ -129,28 +143,30 @@ TEST_F(VxctlInOneProcess, AMalformedSavedFileIsRefusedNamingTheEntry) {
 }
 
 TEST_F(VxctlInOneProcess, ALevel3DownloadSendsEveryValueWithTheRoomBlocksChecksum) {
-    Session session(DeviceChoice{}, quiet);
-    session.Node()->ClearRecord();
+    const auto node = DefaultNode();
+    Session session(Over(node), {}, quiet);
+    node->ClearRecord();
     // Object 2 keeps no checksum list: the node's one checksum is still the room block's.
     const Outcome outcome = ConfigDownload(session, 3, 2);
     EXPECT_EQ(outcome.failure, "");
 
     std::set<std::string> written;
-    for (const auto& exchange : session.Node()->Exchanges()) {
+    for (const auto& exchange : node->Exchanges()) {
         if (exchange.operation == "WriteValue") written.insert(exchange.target);
     }
     EXPECT_EQ(written,
               (std::set<std::string>{"nviCommand", "nciMinFlow", "nciMaxFlow", "nciNomFlow",
                                      "nciMinFlowHeat", "nciDuctArea", "0-3"}));
-    EXPECT_EQ(session.Node()->CommandFrames(),
+    EXPECT_EQ(node->CommandFrames(),
               (std::vector<Bytes>{test::Frame({3, 3, 1}), test::Frame({4, 3})}));
-    EXPECT_EQ(session.Node()->ConfigItemValue("3-1"), session.Node()->CoveredChecksum());
-    EXPECT_FALSE(session.Node()->Commands().checksumMismatch);
-    EXPECT_FALSE(session.Node()->Commands().restarting);  // the wait saw the restart end
+    EXPECT_EQ(node->ConfigItemValue("3-1"), node->CoveredChecksum());
+    EXPECT_FALSE(node->Commands().checksumMismatch);
+    EXPECT_FALSE(node->Commands().restarting);  // the wait saw the restart end
 }
 
 TEST_F(VxctlInOneProcess, TheNameIsWrittenWhereTheFileDirectoryPointsAndReadBack) {
-    Session session(DeviceChoice{}, quiet);
+    const auto node = DefaultNode();
+    Session session(Over(node), {}, quiet);
     const Outcome outcome = Name(session, "20", std::string("Hall 3 \xC2\xB0 east"));  // UTF-8 °
     EXPECT_EQ(outcome.failure, "");
     EXPECT_EQ(outcome.json["address"], "4120");  // the directory's third area, 4100, plus 20
@@ -158,7 +174,7 @@ TEST_F(VxctlInOneProcess, TheNameIsWrittenWhereTheFileDirectoryPointsAndReadBack
     Bytes expected = {'H', 'a', 'l', 'l', ' ', '3', ' ', 0xB0, ' ', 'e', 'a', 's', 't'};
     expected.resize(30, ' ');
     expected.push_back(0);
-    EXPECT_EQ(session.Node()->MemoryBytes(0x4120, 31), expected);
+    EXPECT_EQ(node->MemoryBytes(0x4120, 31), expected);
 }
 
 TEST_F(VxctlInOneProcess, ProgressGoesToTheTerminalOnlyAndTheClockIsGivenBack) {

@@ -4,64 +4,28 @@
 //
 // VXCTL_UPDATE_GOLDEN=1 rewrites the golden files from the program's output.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "VxctlRun.h"
+
+namespace vx {
 namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
-struct Finished {
-    int exitCode = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::stringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
-
-std::string Quoted(const std::string& argument) {
-    std::string quoted = "'";
-    for (const char c : argument)
-        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-fs::path ScratchFile(const std::string& suffix) {
-    static std::atomic<int> counter = 0;
-    return fs::temp_directory_path() /
-           ("vxctl-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++) + suffix);
-}
-
-Finished Vxctl(const std::vector<std::string>& arguments) {
-    const fs::path out = ScratchFile(".out");
-    const fs::path err = ScratchFile(".err");
-    std::string command = Quoted(VXCTL_PROGRAM);
-    for (const auto& argument : arguments)
-        command += " " + Quoted(argument);
-    command += " >" + Quoted(out.string()) + " 2>" + Quoted(err.string()) + " </dev/null";
-    const int status = std::system(command.c_str());
-    Finished run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
-    fs::remove(out);
-    fs::remove(err);
-    return run;
-}
+using test::Finished;
+using test::ReadFile;
+using test::ScratchFile;
+using test::Vxctl;
 
 std::string Xif(const std::string& name) {
     return std::string(VX_SIM_DATA_DIR) + "/xif/" + name;
@@ -296,3 +260,4 @@ TEST(VxctlErrors, AConnectThatStopsPartWayShowsWhatWasLoadedAndTheFailure) {
 }
 
 }  // namespace
+}  // namespace vx

@@ -1,7 +1,6 @@
 #include "Operations.h"
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <functional>
 #include <map>
@@ -9,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "ConfigFile.h"
-#include "NodeActivity.h"
 #include "SavedConfiguration.h"
 #include "SupportRoutines.h"
 #include "Table.h"
@@ -27,18 +25,17 @@ constexpr const char* kLastBranch = "└─ ";
 constexpr const char* kTrunk = "│  ";
 constexpr const char* kNoTrunk = "   ";
 
-// The bits of the command status, as the family's controllers set them.
+// The bits of the command status the family's controllers set, counted as the library's
+// IOrvexCommandStatus::Status counts them.
 struct CommandStatusBit {
     const char* name;  // for scripts
     const char* text;  // for people
-    std::uint8_t mask;
+    std::int32_t bit;
 };
 constexpr CommandStatusBit kCommandStatusBits[] = {
-    {"accepted", "accepted", sim::kCommandAccepted},
-    {"rejected", "rejected", sim::kCommandRejected},
-    {"downloadOpen", "download open", sim::kCommandDownloadOpen},
-    {"checksumMismatch", "checksum mismatch", sim::kCommandChecksumMismatch},
-    {"restarting", "restarting", sim::kCommandResetting},
+    {"accepted", "accepted", 0},          {"rejected", "rejected", 1},
+    {"downloadOpen", "download open", 2}, {"checksumMismatch", "checksum mismatch", 3},
+    {"restarting", "restarting", 4},
 };
 
 // The object status flags under the field names of the status type.
@@ -186,7 +183,7 @@ void AddFieldRows(Table& table, const std::vector<std::string>& leading, const s
 Json StatusBitsJson(IOrvexCommandStatus& status) {
     Json json = {{"command", status.CmdType()}};
     for (const auto& bit : kCommandStatusBits) {
-        json[bit.name] = status.Status(std::countr_zero(bit.mask));
+        json[bit.name] = status.Status(bit.bit);
     }
     return json;
 }
@@ -367,7 +364,7 @@ Outcome Info(Session& session) {
                     {"objects", objects}};
     const auto& json = outcome.json;
     outcome.text = Facts({
-        {"device", json["device"].get<std::string>() + " (simulated controller)"},
+        {"device", fmt::format("{} ({})", json["device"].get<std::string>(), session.DeviceKind())},
         {"revision description", json["revisionDescription"]},
         {"Neuron ID", json["neuronId"]},
         {"program ID", json["programId"]},

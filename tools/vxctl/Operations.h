@@ -21,6 +21,8 @@ struct Outcome {
     Json json = Json::object();
     std::string text;
     std::string failure;
+    // Said on stderr whatever the output form; the run still succeeds.
+    std::vector<std::string> notes;
 };
 
 // The family's device commands as the command line names them; every parameter is a whole number.

@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include "DefaultController.h"
-#include "NodeJson.h"
 #include "RevisionJson.h"
 #include "ValueText.h"
 #include "VxDef.h"
@@ -21,10 +20,6 @@ constexpr std::int32_t kFirstPhaseLevel = 2;
 constexpr std::uint64_t kPhasePausesMs = 2000;
 constexpr std::uint64_t kResetWaitLimitMs = 92000;
 
-bool HasDefaultControllersProgramId(const sim::NodeDescription& description) {
-    return FoldKey(description.programId) == FoldKey(sim::DefaultController().programId);
-}
-
 std::string FieldList(const IOrvexTypedef& type) {
     return fmt::format("{}", fmt::join(type.FieldNames().Values(), ", "));
 }
@@ -39,29 +34,29 @@ std::string VariablePath::Shown() const {
 }
 
 Session::Session(const DeviceChoice& choice, Progress& progress)
-    : m_progress(progress), m_deviceName(choice.device) {
-    sim::NodeDescription description =
-        choice.device == kDefaultDevice ? sim::DefaultController() : sim::LoadNode(choice.device);
+    : Session(OpenConnection(choice), choice.revision, progress) {}
+
+Session::Session(Connection connection, const std::string& revision, Progress& progress)
+    : m_progress(progress), m_connection(std::move(connection)) {
     const VxDef factory;
-    DeviceRevisionIdentifyPtr revision;
-    if (choice.revision == kNoRevision ||
-        (choice.revision.empty() && !HasDefaultControllersProgramId(description))) {
+    DeviceRevisionIdentifyPtr known;
+    if (revision == kNoRevision ||
+        (revision.empty() && !IsDefaultControllersProgramId(m_connection.programId))) {
         m_revisionSource = std::string(kNoRevision);
     } else {
-        revision = factory.CreateDeviceRevision();
-        if (choice.revision.empty() || choice.revision == kDefaultRevision) {
-            sim::ApplyDefaultRevision(*revision);
+        known = factory.CreateDeviceRevision();
+        if (revision.empty() || revision == kDefaultRevision) {
+            sim::ApplyDefaultRevision(*known);
             m_revisionSource = "built-in";
         } else {
-            sim::LoadRevisionJson(choice.revision, *revision);
-            m_revisionSource = choice.revision;
+            sim::LoadRevisionJson(revision, *known);
+            m_revisionSource = revision;
         }
     }
 
-    m_node = sim::SimulatedNode::Create(std::move(description));
     m_device = std::dynamic_pointer_cast<CDevice>(factory.CreateDeviceManager());
     try {
-        m_device->Connect(m_node, revision);
+        m_device->Connect(m_connection.node, known);
     } catch (const ComError& error) {
         if (!m_device->Connected()) throw;
         m_connectError = error;

@@ -3,43 +3,17 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "CDevice.h"
+#include "Connections.h"
 #include "Progress.h"
-#include "SimulatedNode.h"
+#include "ToolErrors.h"
 #include "automation/ComError.h"
 
 namespace vx::vxctl {
-
-inline constexpr std::string_view kDefaultDevice = "default";
-inline constexpr std::string_view kDefaultRevision = "default";
-inline constexpr std::string_view kNoRevision = "none";
-
-// Which controller a run talks to. The host connection this build offers is the simulated
-// controller, which lives in the process: every run loads the node afresh.
-struct DeviceChoice {
-    // "default" (the family's built-in controller), a node description (.json) or a device
-    // interface file (.xif).
-    std::string device = std::string(kDefaultDevice);
-    // "default" (the built-in revision), "none", or a revision file. Empty: the built-in revision
-    // for a node with the default controller's program ID, none for any other.
-    std::string revision;
-};
-
-// The request cannot be met on this device (a name it does not have, a file that cannot be read):
-// exit code 1.
-class ToolError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// The command line asks for something that cannot be meant: exit code 2, with a hint.
-class UsageError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 // A variable and the part of its value a command names: "nciSetpoints.occupied_cool",
 // "nvoAlarm.description[3]".
@@ -57,18 +31,21 @@ struct VariablePath {
 // One controller, connected for the length of a command.
 class Session {
 public:
-    // Loads the node and connects to it. A connect that fails after the objects were loaded leaves
-    // the device connected with what was loaded and the error in ConnectError(); any other failure
-    // raises.
+    // Opens the connection the choice names and connects to the node. A connect that fails after
+    // the objects were loaded leaves the device connected with what was loaded and the error in
+    // ConnectError(); any other failure raises.
     Session(const DeviceChoice& choice, Progress& progress);
+    // Connects to the node behind `connection`; `revision` as DeviceChoice::revision.
+    Session(Connection connection, const std::string& revision, Progress& progress);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
     CDevice& Device() const { return *m_device; }
-    const sim::SimulatedNodePtr& Node() const { return m_node; }
-    // "default" or the file the node was loaded from.
-    const std::string& DeviceName() const { return m_deviceName; }
+    // "default", the file the node was loaded from, or its lonip:// address.
+    const std::string& DeviceName() const { return m_connection.name; }
+    // "simulated controller" or "LON/IP node".
+    const std::string& DeviceKind() const { return m_connection.kind; }
     // "built-in", the revision file, or "none".
     const std::string& RevisionSource() const { return m_revisionSource; }
     const std::optional<ComError>& ConnectError() const { return m_connectError; }
@@ -100,8 +77,7 @@ private:
     std::int32_t ChecksumObject(std::optional<std::int32_t> preferred) const;
 
     Progress& m_progress;
-    std::string m_deviceName;
-    sim::SimulatedNodePtr m_node;
+    Connection m_connection;
     std::shared_ptr<CDevice> m_device;
     std::string m_revisionSource;
     std::optional<ComError> m_connectError;

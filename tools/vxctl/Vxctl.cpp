@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "Discover.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
 
@@ -20,18 +21,30 @@ constexpr const char* kHint =
 constexpr const char* kDescription =
     "vxctl: look at an Orvex controller, read and change its values, send it commands, and back "
     "up and restore its configuration.\n\n"
-    "The controller is the simulated one this build offers. It lives in the vxctl process only: "
-    "every run loads it afresh from --device, so what set, command, request, name and the config "
-    "commands change lasts for that run alone.";
+    "The controller is on the network or in the vxctl process. --device lonip://HOST[:PORT] "
+    "reaches a node over LON/IP (UDP port 2541; /NEURONID after the address reaches it by its "
+    "Neuron ID), and changes stay on the node. 'default' (the family's controller) or a node "
+    "file (.json, .xif) is simulated in the vxctl process: every run loads it afresh, so what "
+    "set, command, request, name and the config commands change lasts for that run alone.\n\n"
+    "A network node's configuration items that are no network variables are reached in its "
+    "memory, where a layout places them: the items with an address of the node file --layout "
+    "names, or without it the default controller's for a node with its program ID (none for "
+    "other nodes). The built-in revision description serves a node with the default "
+    "controller's program ID unless --revision says otherwise.";
 
 constexpr const char* kFooter =
     "Exit codes: 0 done; 1 a library error (number, source and description are printed) or the "
     "controller did not do what was asked; 2 a command line that cannot be meant; 3 the connect "
-    "stopped part-way: the command ran on what was loaded, and the failure is printed.";
+    "stopped part-way: the command ran on what was loaded, and the failure is printed. A node "
+    "that does not answer is a failure (1); a malformed lonip:// address, a usage error (2).";
 
 // Everything the command line can give.
 struct CommandLine {
     DeviceChoice device;
+    int timeoutMs = 0;
+    int retries = 0;
+    std::string range;
+    bool broadcast = false;
     bool json = false;
     bool values = false;
     std::int32_t object = 0;
@@ -47,11 +60,20 @@ struct CommandLine {
     std::vector<std::int32_t> commandData;
 };
 
-CLI::Validator FileOr(std::vector<std::string_view> words, const std::string& shown) {
+CLI::Validator FileOr(std::vector<std::string_view> words, const std::string& shown,
+                      bool networkNode = false) {
     return CLI::Validator(
-        [words](std::string& value) -> std::string {
+        [words = std::move(words), networkNode](std::string& value) -> std::string {
             for (const auto word : words) {
                 if (value == word) return {};
+            }
+            if (networkNode && IsLonIpAddress(value)) {
+                try {
+                    ParseDeviceAddress(value);
+                    return {};
+                } catch (const UsageError& error) {
+                    return error.what();
+                }
             }
             if (std::filesystem::is_regular_file(value)) return {};
             return "no such file: " + value;
@@ -59,30 +81,65 @@ CLI::Validator FileOr(std::vector<std::string_view> words, const std::string& sh
         shown);
 }
 
+CLI::Validator HostAddress() {
+    return CLI::Validator(
+        [](std::string& value) -> std::string {
+            if (lon::Endpoint::Parse(value)) return {};
+            return "'" + value +
+                   "' is no IPv4 address with an optional port (for example 127.0.0.1 or "
+                   "127.0.0.1:2541)";
+        },
+        "ADDR[:PORT]");
+}
+
 std::optional<std::int32_t> Given(const CLI::Option* option, std::int32_t value) {
     if (option->count() == 0) return std::nullopt;
     return value;
 }
 
-// What the command line asks for, to run once the controller is connected.
+// What the command line asks for: to run once the controller is connected, or (discover) without
+// a controller.
 using Action = std::function<Outcome(Session&)>;
+using StandaloneAction = std::function<Outcome()>;
 
-// Defines the options and commands; parsing a command sets `action`.
-void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action) {
+// Defines the options and commands; parsing a command sets `action` or `standalone`.
+void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
+                       StandaloneAction& standalone) {
     const auto runs = [&action](CLI::App* command, Action run) {
         command->callback([&action, run = std::move(run)] { action = run; });
     };
-    app.fallthrough();  // --device, --revision and --json also after the command
+    app.fallthrough();  // the options before the commands also after them
     app.require_subcommand(1);
     app.add_option("--device", line.device.device,
-                   "the controller: 'default' (the family's built-in controller), a node "
-                   "description (.json) or a device interface file (.xif)")
-        ->check(FileOr({kDefaultDevice}, "FILE|default"))
+                   "the controller: lonip://HOST[:PORT][/NEURONID] (a node on the network), "
+                   "'default' (the family's controller, simulated in process), or a node "
+                   "description (.json) or device interface file (.xif) simulated in process")
+        ->check(FileOr({kDefaultDevice}, "lonip://HOST|FILE|default", true))
         ->capture_default_str();
     app.add_option("--revision", line.device.revision,
                    "the revision description: 'default' (built-in), 'none', or a file; without "
                    "it, the built-in one for the default controller's program ID")
         ->check(FileOr({kDefaultRevision, kNoRevision}, "FILE|default|none"));
+    app.add_option("--layout", line.device.layout,
+                   "for a network node: a node file (.json, .xif) whose configuration items "
+                   "with a memory address the node keeps; without it, the default controller's "
+                   "for a node with its program ID. Ignored for a node simulated in process")
+        ->check(CLI::ExistingFile);
+    app.add_option("--timeout", line.timeoutMs,
+                   "LON/IP: how long one attempt waits for its answer, in "
+                   "milliseconds (default 250, for discover 100). Ignored for "
+                   "a node simulated in process")
+        ->type_name("MS")
+        ->check(CLI::Range(1, 10000));
+    app.add_option("--retries", line.retries,
+                   "LON/IP: attempts after the first (default 3, for discover "
+                   "1). Ignored for a node simulated in process")
+        ->type_name("N")
+        ->check(CLI::Range(0, 10));
+    app.add_option("--local", line.device.network.local,
+                   "LON/IP: the host's own address and port (default: the address the system "
+                   "sends from to the node, port 2541). Two hosts at once need two addresses")
+        ->check(HostAddress());
     app.add_flag("--json", line.json, "output for scripts: one JSON document on stdout");
 
     runs(app.add_subcommand("info", "identity, state, self-documentation and revision"),
@@ -182,12 +239,25 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action) {
         ->check(CLI::ExistingFile);
     runs(restore, [&line](Session& session) { return ConfigRestore(session, line.file); });
 
+    auto* discover = app.add_subcommand(
+        "discover", "the LON/IP nodes that answer on a range of addresses (needs no --device)");
+    discover->add_option("--range", line.range, "FIRST-LAST, IPv4, at most 1024 addresses")
+        ->required();
+    discover->add_flag("--broadcast", line.broadcast,
+                       "also ask the whole domain at once (multicast to 239.192.0.0:2541, "
+                       "answers collected for 1 s)");
+    discover->callback([&line, &standalone] {
+        standalone = [&line] {
+            return Discover(ParseAddressRange(line.range), line.device.network, line.broadcast);
+        };
+    });
+
     app.footer(kFooter);  // after the commands, which would inherit it
 }
 
 // Connects, runs the action and reports: its output on `out`, failures on `err`.
-int Execute(const Action& action, const CommandLine& line, std::ostream& out, std::ostream& err,
-            bool terminal) {
+int Execute(const Action& action, const StandaloneAction& standalone, const CommandLine& line,
+            std::ostream& out, std::ostream& err, bool terminal) {
     Progress progress(terminal ? &err : nullptr);
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
@@ -204,11 +274,18 @@ int Execute(const Action& action, const CommandLine& line, std::ostream& out, st
         err << "vxctl: " << message << "\n";
     };
     try {
-        Session session(line.device, progress);
-        connectError = session.ConnectError();
-        Outcome outcome = action(session);
+        Outcome outcome;
+        if (standalone) {
+            outcome = standalone();
+        } else {
+            Session session(line.device, progress);
+            connectError = session.ConnectError();
+            outcome = action(session);
+        }
         if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
         out << (line.json ? outcome.json.dump(2) + "\n" : outcome.text);
+        for (const auto& note : outcome.notes)
+            err << "vxctl: " << note << "\n";
         if (!outcome.failure.empty()) err << "vxctl: " << outcome.failure << "\n";
         reportConnectError(true);
         if (!outcome.failure.empty()) return kExitFailure;
@@ -239,8 +316,9 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         bool terminal) {
     CommandLine line;
     Action action;
+    StandaloneAction standalone;
     CLI::App app(kDescription, "vxctl");
-    DefineCommandLine(app, line, action);
+    DefineCommandLine(app, line, action, standalone);
 
     std::vector<const char*> argv = {"vxctl"};
     for (const auto& argument : arguments)
@@ -254,7 +332,12 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         err << "vxctl: " << error.what() << "\n" << kHint << "\n";
         return kExitUsage;
     }
-    return Execute(action, line, out, err, terminal);
+    // Unset, each command takes its own default.
+    if (app.get_option("--timeout")->count() > 0) {
+        line.device.network.timeout = std::chrono::milliseconds(line.timeoutMs);
+    }
+    if (app.get_option("--retries")->count() > 0) line.device.network.retries = line.retries;
+    return Execute(action, standalone, line, out, err, terminal);
 }
 
 }  // namespace vx::vxctl
