@@ -5,10 +5,8 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <asio.hpp>
 #include <cctype>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
@@ -23,6 +21,7 @@
 
 #include "DefaultController.h"
 #include "NodeJson.h"
+#include "NodeServer.h"
 #include "NodeService.h"
 #include "NodeSnapshot.h"
 #include "automation/ComError.h"
@@ -30,16 +29,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using asio::ip::udp;
 using vx::vxsim::NodeService;
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
-
-// A socket that fails this many receives in a row is not coming back.
-constexpr int kMaxReceiveFailures = 100;
-// Big enough that an oversize datagram arrives oversize rather than cut to a decodable length.
-constexpr std::size_t kReceiveBuffer = 1500;
 
 constexpr const char* kDescription =
     "vxsim serves one simulated controller as a LON/IP node on a UDP address: it answers the\n"
@@ -172,84 +165,6 @@ std::string TimeOfDay() {
                        milliseconds);
 }
 
-vx::lon::Endpoint FromAsio(const udp::endpoint& endpoint) {
-    vx::lon::Endpoint result;
-    if (endpoint.address().is_v4()) result.address = endpoint.address().to_v4().to_bytes();
-    result.port = endpoint.port();
-    return result;
-}
-
-// Receives datagrams one at a time, hands each to the node and sends its answer to the port the
-// request came from.
-class Server {
-public:
-    Server(udp::socket& socket, NodeService& service, std::string stateFile, bool verbose)
-        : m_socket(socket),
-          m_service(service),
-          m_stateFile(std::move(stateFile)),
-          m_verbose(verbose),
-          m_savedChanges(service.Node()->ChangeCount()) {}
-
-    void Start() { Receive(); }
-    bool Failed() const { return m_failed; }
-
-private:
-    void Receive() {
-        m_socket.async_receive_from(
-            asio::buffer(m_buffer), m_sender,
-            [this](const asio::error_code& error, std::size_t size) {
-                if (error == asio::error::operation_aborted) return;
-                if (error) {
-                    std::cerr << "vxsim: receiving failed: " << error.message() << "\n";
-                    if (++m_failures >= kMaxReceiveFailures) {
-                        m_failed = true;
-                        m_socket.close();
-                        return;
-                    }
-                } else {
-                    m_failures = 0;
-                    Serve(size);
-                }
-                Receive();
-            });
-    }
-
-    void Serve(std::size_t size) {
-        const auto reply = m_service.Handle(std::span(m_buffer.data(), size), FromAsio(m_sender),
-                                            std::chrono::steady_clock::now());
-        // Saved before the answer goes out: what the node acknowledged survives the program.
-        SaveState();
-        std::string sent;
-        if (reply) {
-            asio::error_code error;
-            m_socket.send_to(asio::buffer(*reply), m_sender, 0, error);
-            if (error) sent = " [the reply could not be sent: " + error.message() + "]";
-        }
-        if (m_verbose) std::cerr << TimeOfDay() << " " << m_service.LastExchange() << sent << "\n";
-    }
-
-    void SaveState() {
-        const auto changes = m_service.Node()->ChangeCount();
-        if (m_stateFile.empty() || changes == m_savedChanges) return;
-        try {
-            vx::sim::WriteFileAtomically(m_stateFile, vx::sim::SaveNodeState(*m_service.Node()));
-            m_savedChanges = changes;
-        } catch (const vx::ComError& error) {
-            std::cerr << "vxsim: the state was not saved: " << error.Description() << "\n";
-        }
-    }
-
-    udp::socket& m_socket;
-    NodeService& m_service;
-    std::string m_stateFile;
-    bool m_verbose;
-    std::uint64_t m_savedChanges;
-    std::array<std::uint8_t, kReceiveBuffer> m_buffer{};
-    udp::endpoint m_sender;
-    int m_failures = 0;
-    bool m_failed = false;
-};
-
 void DefineCommandLine(CLI::App& app, CommandLine& line) {
     app.add_option("--listen", line.listen,
                    "the IPv4 address and UDP port to serve on, ADDRESS[:PORT] (port 2541 unless "
@@ -313,30 +228,25 @@ int Serve(const CommandLine& line) {
                      "will fail\n";
     }
 
-    asio::io_context io;
-    udp::socket socket(io);
-    // No address reuse: a second vxsim on the same address must fail, not share the requests.
-    socket.open(udp::v4());
-    asio::error_code error;
-    socket.bind(udp::endpoint(asio::ip::address_v4(listen->address), listen->port), error);
-    if (error == asio::error::address_in_use) {
-        throw StartError(listen->Text() + " is in use (is another vxsim running there?)");
+    vx::vxsim::NodeServerOptions serving;
+    serving.stateFile = line.stateFile;
+    serving.stopOnSignals = true;
+    if (line.verbose) {
+        serving.log = [](const std::string& exchange) {
+            std::cerr << TimeOfDay() << " " << exchange << "\n";
+        };
     }
-    if (error) throw StartError("cannot listen on " + listen->Text() + ": " + error.message());
-
-    Server server(socket, service, line.stateFile, line.verbose);
-    asio::signal_set signals(io, SIGINT, SIGTERM);
-    signals.async_wait([&](const asio::error_code&, int) {
-        socket.close();
-        io.stop();
-    });
-    server.Start();
+    std::optional<vx::vxsim::NodeServer> server;
+    try {
+        server.emplace(service, *listen, serving);
+    } catch (const vx::ComError& error) {
+        throw StartError(error.Description());
+    }
     std::cout << fmt::format("vxsim: serving {} (Neuron ID {}, LonTalk address {}/{}) on {}",
                              loaded.origin, node->Description().neuronId, options.address.subnet,
                              options.address.node, listen->Text())
               << std::endl;
-    io.run();
-    return server.Failed() ? kExitFailure : 0;
+    return server->Run() ? 0 : kExitFailure;
 }
 
 }  // namespace
