@@ -46,6 +46,8 @@ public:
     const std::string& DeviceName() const { return m_connection.name; }
     // "simulated controller" or "LON/IP node".
     const std::string& DeviceKind() const { return m_connection.kind; }
+    // The host connection the device talks through.
+    const NodeConnectionPtr& HostConnection() const { return m_connection.node; }
     // "built-in", the revision file, or "none".
     const std::string& RevisionSource() const { return m_revisionSource; }
     const std::optional<ComError>& ConnectError() const { return m_connectError; }
