@@ -117,22 +117,24 @@ ComError BadRequest(std::uint8_t request, const std::string& why) {
 }  // namespace
 
 std::vector<std::uint8_t> NodeClient::Expect(std::uint8_t code, std::span<const std::uint8_t> data,
-                                             std::size_t minimumLength) {
-    auto answer = Send(code, data);
+                                             std::size_t minimumLength,
+                                             const std::function<bool(const Answer&)>& fits) {
+    auto answer = Send(code, data, fits);
     if (answer.data.size() < minimumLength) {
         throw WrongLength(m_target.endpoint, code, answer.data.size(), minimumLength);
     }
     return std::move(answer.data);
 }
 
-Answer NodeClient::Send(std::uint8_t code, std::span<const std::uint8_t> data) {
+Answer NodeClient::Send(std::uint8_t code, std::span<const std::uint8_t> data,
+                        const std::function<bool(const Answer&)>& fits) {
     if (data.size() > kMaxData) {
         throw BadRequest(code, Bytes(data.size()) + " of data where at most " +
                                    std::to_string(kMaxData) + " fit");
     }
     const auto apdu = Apdu(code, data);
-    auto answer =
-        m_session.Request(m_target.endpoint, m_target.ToDestination(), apdu, RequestName(code));
+    auto answer = m_session.Request(m_target.endpoint, m_target.ToDestination(), apdu,
+                                    RequestName(code), fits);
     if (!IsNetworkVariableCode(code) && answer.code == FailureCode(code)) {
         throw FailureResponse(m_target.endpoint, code, answer.code);
     }
@@ -318,7 +320,11 @@ NvConfig NodeClient::QueryNvConfig(std::uint16_t index) {
 std::vector<std::uint8_t> NodeClient::FetchNv(std::uint16_t index) {
     constexpr auto kCode = static_cast<std::uint8_t>(Request::kNvFetch);
     const auto echo = EncodeIndex(index);
-    auto data = Expect(kCode, echo, 0);
+    // A success for another index is a stale answer whose transaction ID came round again.
+    auto data = Expect(kCode, echo, 0, [&](const Answer& answer) {
+        return answer.code != SuccessCode(kCode) || answer.data.size() < echo.size() ||
+               std::equal(echo.begin(), echo.end(), answer.data.begin());
+    });
     const std::size_t compared = std::min(echo.size(), data.size());
     if (!std::equal(data.begin(), data.begin() + static_cast<std::ptrdiff_t>(compared),
                     echo.begin())) {

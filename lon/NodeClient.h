@@ -5,6 +5,7 @@
 // response (0D)"); an answer too short for what was asked raises kLonErrBadAnswer.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -113,15 +114,18 @@ public:
     std::vector<std::uint8_t> FetchNv(std::uint16_t index);
     // Writes an input network variable by its selector, acknowledged.
     void UpdateNv(std::uint16_t selector, std::span<const std::uint8_t> value);
-    // Any request: the success response's data, or the failure raised as above.
-    Answer Send(std::uint8_t code, std::span<const std::uint8_t> data);
+    // Any request: the success response's data, or the failure raised as above. `fits` as in
+    // Session::Request.
+    Answer Send(std::uint8_t code, std::span<const std::uint8_t> data,
+                const std::function<bool(const Answer&)>& fits = {});
 
     // The largest Query SI slice the node accepted so far (0 before the first).
     std::uint8_t SelfIdentificationSlice() const { return m_slice; }
 
 private:
     std::vector<std::uint8_t> Expect(std::uint8_t code, std::span<const std::uint8_t> data,
-                                     std::size_t minimumLength);
+                                     std::size_t minimumLength,
+                                     const std::function<bool(const Answer&)>& fits = {});
 
     Session& m_session;
     NodeTarget m_target;

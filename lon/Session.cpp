@@ -305,8 +305,20 @@ Session::Session(const Endpoint& node, HostOptions options) : m_impl(std::make_u
 
 Session::~Session() = default;
 
+namespace {
+
+Answer Split(const Datagram& response) {
+    Answer answer;
+    answer.code = response.apdu.front();
+    answer.data.assign(response.apdu.begin() + 1, response.apdu.end());
+    return answer;
+}
+
+}  // namespace
+
 Answer Session::Request(const Endpoint& to, const Destination& destination,
-                        std::span<const std::uint8_t> apdu, std::string_view what) {
+                        std::span<const std::uint8_t> apdu, std::string_view what,
+                        const std::function<bool(const Answer&)>& fits) {
     const std::uint8_t transaction = m_impl->TakeTransaction();
     const auto bytes =
         m_impl->Build(destination, PduFormat::kSpdu, static_cast<std::uint8_t>(SpduType::kRequest),
@@ -315,12 +327,10 @@ Answer Session::Request(const Endpoint& to, const Destination& destination,
     auto response = m_impl->Exchange(to, bytes, what, [&](const Datagram& datagram) {
         return datagram.pduFormat == PduFormat::kSpdu &&
                datagram.pduType == static_cast<std::uint8_t>(SpduType::kResponse) &&
-               datagram.transaction == transaction && Answers(code, datagram.apdu.front());
+               datagram.transaction == transaction && Answers(code, datagram.apdu.front()) &&
+               (!fits || fits(Split(datagram)));
     });
-    Answer answer;
-    answer.code = response.apdu.front();
-    answer.data.assign(response.apdu.begin() + 1, response.apdu.end());
-    return answer;
+    return Split(response);
 }
 
 void Session::SendAcknowledged(const Endpoint& to, const Destination& destination,

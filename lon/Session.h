@@ -85,9 +85,12 @@ public:
     // that is a response with the request's transaction ID and whose code answers `apdu`'s
     // (SuccessCode or FailureCode of it, or for a network-variable poll a network-variable
     // message). Anything else is dropped. Raises kLonErrNoAnswer ("no answer from 127.0.0.2 after
-    // 4 attempts (Query Status)") when the retries are spent; `what` names the request.
+    // 4 attempts (Query Status)") when the retries are spent; `what` names the request. `fits`,
+    // when given, also drops an answer that cannot be this request's (a stale answer whose
+    // transaction ID came round again: an NV Fetch answer for another index).
     Answer Request(const Endpoint& to, const Destination& destination,
-                   std::span<const std::uint8_t> apdu, std::string_view what);
+                   std::span<const std::uint8_t> apdu, std::string_view what,
+                   const std::function<bool(const Answer&)>& fits = {});
 
     // Sends `apdu` acknowledged (TPDU) and waits for the acknowledgement with the same
     // transaction ID from `to`; retries and errors as Request.

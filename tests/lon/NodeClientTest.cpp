@@ -391,9 +391,14 @@ TEST_F(NodeClientTest, FetchNvAnswersWithoutAValue) {
     }
 }
 
-TEST_F(NodeClientTest, FetchNvOfAnotherIndexOrRefusedIsAnError) {
-    peer.Then(test::Reply({0x33, 0x02, 0x00, 0x00})).Then(test::Reply({0x13}));
-    EXPECT_COM_ERROR(client->FetchNv(1), kLonErrBadAnswer);
+TEST_F(NodeClientTest, FetchNvTakesOnlyItsOwnIndexAndAFailureIsAnError) {
+    // An answer for another index cannot be this request's (a stale one whose transaction ID
+    // came round): it is dropped, and the retry's answer is taken.
+    peer.Then(test::Reply({0x33, 0x02, 0x00, 0x00}))
+        .Then(test::Reply({0x33, 0x01, 0x12, 0x34}))
+        .Then(test::Reply({0x13}));
+    EXPECT_THAT(client->FetchNv(1), ElementsAre(0x12, 0x34));
+    EXPECT_EQ(client->GetSession().Stats().dropped, 1u);
     // Device B's answer to an unknown index.
     const auto error = vx::test::CaughtError([&] { client->FetchNv(99); });
     EXPECT_EQ(error.Description(), Node() + " answered NV Fetch with a failure response (13)");
