@@ -1,4 +1,5 @@
 #include "Datagram.h"
+#include "ByteReader.h"
 
 namespace vx::lon {
 namespace {
@@ -11,29 +12,6 @@ std::optional<std::uint8_t> DomainLengthCode(std::size_t length) {
     }
     return std::nullopt;
 }
-
-// Reads forward through the bytes; every read is checked against the end.
-class Reader {
-public:
-    explicit Reader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
-
-    bool Take(std::uint8_t& byte) {
-        if (m_at >= m_bytes.size()) return false;
-        byte = m_bytes[m_at++];
-        return true;
-    }
-    bool Take(std::span<std::uint8_t> out) {
-        if (m_bytes.size() - m_at < out.size()) return false;
-        for (auto& byte : out)
-            byte = m_bytes[m_at++];
-        return true;
-    }
-    std::span<const std::uint8_t> Rest() const { return m_bytes.subspan(m_at); }
-
-private:
-    std::span<const std::uint8_t> m_bytes;
-    std::size_t m_at = 0;
-};
 
 DecodeResult Fail(DecodeError error) {
     return {std::nullopt, error};
@@ -90,7 +68,7 @@ std::string DecodeErrorText(DecodeError error) {
 DecodeResult Decode(std::span<const std::uint8_t> bytes) {
     if (bytes.empty()) return Fail(DecodeError::kEmpty);
     if (bytes.size() > kMaxDatagram) return Fail(DecodeError::kOversize);
-    Reader in(bytes);
+    ByteReader in(bytes);
     Datagram datagram;
     std::uint8_t byte0 = 0;
     std::uint8_t byte1 = 0;

@@ -6,6 +6,7 @@
 
 #include "LonErrors.h"
 #include "SelfIdentification.h"
+#include "automation/Hex.h"
 #include "interfaces/INodeVariable.h"
 #include "interfaces/INodeVariableAccess.h"
 #include "interfaces/ITypeRegistry.h"
@@ -16,37 +17,6 @@ namespace {
 // A state read and a mode read that follow each other ask one Query Status between them: the
 // library reads both for one state text, after the communication check has asked already.
 constexpr std::chrono::milliseconds kStatusReuse{1000};
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-std::optional<std::vector<std::uint8_t>> ParseHex(std::string_view text) {
-    if (text.size() % 2 != 0) return std::nullopt;
-    std::vector<std::uint8_t> bytes;
-    bytes.reserve(text.size() / 2);
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        const int high = HexDigit(text[i]);
-        const int low = HexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return std::nullopt;
-        bytes.push_back(static_cast<std::uint8_t>(high * 16 + low));
-    }
-    return bytes;
-}
-
-std::string ToHex(std::span<const std::uint8_t> bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const std::uint8_t byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
-}
 
 Variant HostBytes(std::vector<std::uint8_t> value) {
     return Variant(ByteArray(0, std::move(value)));
@@ -67,16 +37,6 @@ void CheckLength(const std::string& name, const char* kind, std::size_t expected
                                                std::to_string(expected));
     }
 }
-
-class ItemList final : public INodeVariableList {
-public:
-    explicit ItemList(std::vector<ObjectPtr> items) : m_items(std::move(items)) {}
-    std::int32_t Count() const override { return static_cast<std::int32_t>(m_items.size()); }
-    std::vector<ObjectPtr> Items() const override { return m_items; }
-
-private:
-    std::vector<ObjectPtr> m_items;
-};
 
 }  // namespace
 
@@ -297,7 +257,7 @@ NodeVariableListPtr LonIpNode::ConfigurationProperties() {
         for (const auto& layout : m_state->options.configItems) {
             items.push_back(std::make_shared<ConfigItemRecord>(m_state, layout));
         }
-        m_configItems = std::make_shared<ItemList>(std::move(items));
+        m_configItems = std::make_shared<FixedNodeVariableList>(std::move(items));
     }
     return m_configItems;
 }
@@ -311,7 +271,7 @@ NodeVariableListPtr LonIpNode::NetworkVariables() {
             records.push_back(
                 std::make_shared<NetworkVariableRecord>(m_state, static_cast<std::uint16_t>(i)));
         }
-        m_variables = std::make_shared<ItemList>(std::move(records));
+        m_variables = std::make_shared<FixedNodeVariableList>(std::move(records));
     }
     return m_variables;
 }

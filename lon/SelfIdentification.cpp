@@ -1,4 +1,5 @@
 #include "SelfIdentification.h"
+#include "ByteReader.h"
 
 #include <algorithm>
 #include <string>
@@ -16,41 +17,6 @@ constexpr std::uint8_t kRateField = 0x40;
 constexpr std::uint8_t kNameField = 0x20;
 constexpr std::uint8_t kSelfDocField = 0x10;
 constexpr std::uint8_t kArrayCountField = 0x08;
-
-// Reads forward through the data; every read is checked against the end and leaves the position
-// unchanged when it fails.
-class Reader {
-public:
-    explicit Reader(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
-
-    bool Take(std::uint8_t& byte) {
-        if (m_at >= m_bytes.size()) return false;
-        byte = m_bytes[m_at++];
-        return true;
-    }
-    bool TakeWord(std::uint16_t& word) {
-        if (m_bytes.size() - m_at < 2) return false;
-        word = static_cast<std::uint16_t>(m_bytes[m_at] << 8 | m_bytes[m_at + 1]);
-        m_at += 2;
-        return true;
-    }
-    // A zero-terminated text; false when no zero follows before the end.
-    bool TakeText(std::string& text) {
-        for (std::size_t end = m_at; end < m_bytes.size(); ++end) {
-            if (m_bytes[end] != 0) continue;
-            text.assign(m_bytes.begin() + static_cast<std::ptrdiff_t>(m_at),
-                        m_bytes.begin() + static_cast<std::ptrdiff_t>(end));
-            m_at = end + 1;
-            return true;
-        }
-        return false;
-    }
-    std::span<const std::uint8_t> Rest() const { return m_bytes.subspan(m_at); }
-
-private:
-    std::span<const std::uint8_t> m_bytes;
-    std::size_t m_at = 0;
-};
 
 SiParseResult Fail(std::string text) {
     return {std::nullopt, std::move(text)};
@@ -76,7 +42,7 @@ std::uint8_t ExtensionFields(const SiVariable& variable) {
 }
 
 // The error text when the record cannot be read; empty when it was read.
-std::string ReadExtension(Reader& in, std::size_t index, SiVariable& variable) {
+std::string ReadExtension(ByteReader& in, std::size_t index, SiVariable& variable) {
     const std::string who = Variable(index);
     if (!in.Take(variable.extensionMask)) return EndsInside(who + "'s extension record");
     const std::uint8_t mask = variable.extensionMask;
@@ -138,7 +104,7 @@ SiParseResult ParseSelfIdentification(std::span<const std::uint8_t> data) {
     const std::size_t count = static_cast<std::size_t>(data[4] << 8 | data[2]);
     result.version = data[3];
     result.messageTags = data[5];
-    Reader in(data.subspan(kHeaderSize));
+    ByteReader in(data.subspan(kHeaderSize));
 
     result.variables.reserve(std::min(count, in.Rest().size() / 2));
     for (std::size_t index = 0; index < count; ++index) {

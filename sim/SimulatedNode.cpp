@@ -120,17 +120,6 @@ private:
     std::size_t m_at;
 };
 
-class ItemList final : public INodeVariableList {
-public:
-    explicit ItemList(std::vector<ObjectPtr> items) : m_items(std::move(items)) {}
-
-    std::int32_t Count() const override { return static_cast<std::int32_t>(m_items.size()); }
-    std::vector<ObjectPtr> Items() const override { return m_items; }
-
-private:
-    std::vector<ObjectPtr> m_items;
-};
-
 Message ParseRequest(const std::string& code, const std::string& data, std::int32_t length) {
     const auto codeBytes = ParseHex(code);
     if (!codeBytes || codeBytes->size() != 1) {
@@ -237,14 +226,14 @@ SimulatedNode::SimulatedNode(std::shared_ptr<SimulatedNodeState> state)
     for (std::size_t i = 0; i < m_state->node.variables.size(); ++i) {
         variables.push_back(std::make_shared<NetworkVariableRecord>(m_state, i));
     }
-    m_variables = std::make_shared<ItemList>(std::move(variables));
+    m_variables = std::make_shared<FixedNodeVariableList>(std::move(variables));
 
     std::vector<ObjectPtr> items;
     items.reserve(m_state->node.configItems.size());
     for (std::size_t i = 0; i < m_state->node.configItems.size(); ++i) {
         items.push_back(std::make_shared<ConfigItemAccess>(m_state, i));
     }
-    m_configItems = std::make_shared<ItemList>(std::move(items));
+    m_configItems = std::make_shared<FixedNodeVariableList>(std::move(items));
 }
 
 // ---- INodeConnection ---------------------------------------------------------------------------

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "automation/Variant.h"
@@ -19,5 +20,16 @@ public:
 };
 
 using NodeVariableListPtr = std::shared_ptr<INodeVariableList>;
+
+// A list of records made once, for hosts that hand out the same records on every call.
+class FixedNodeVariableList final : public INodeVariableList {
+public:
+    explicit FixedNodeVariableList(std::vector<ObjectPtr> items) : m_items(std::move(items)) {}
+    std::int32_t Count() const override { return static_cast<std::int32_t>(m_items.size()); }
+    std::vector<ObjectPtr> Items() const override { return m_items; }
+
+private:
+    std::vector<ObjectPtr> m_items;
+};
 
 }  // namespace vx

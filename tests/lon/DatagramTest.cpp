@@ -2,11 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures/Hex.h"
+
 #include <fstream>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,17 +16,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes Hex(const std::string& text) {
-    Bytes bytes;
-    std::istringstream in(text);
-    std::string pair;
-    while (in >> pair) {
-        for (std::size_t at = 0; at < pair.size(); at += 2) {
-            bytes.push_back(static_cast<std::uint8_t>(std::stoul(pair.substr(at, 2), nullptr, 16)));
-        }
-    }
-    return bytes;
-}
+using vx::test::Hex;
 
 DecodeError ErrorOf(const Bytes& bytes) {
     return Decode(bytes).error;

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "fixtures/Hex.h"
+
 #include <chrono>
 #include <string>
 #include <string_view>
@@ -25,9 +27,7 @@ using vx::vxsim::NodeServiceOptions;
 using Bytes = std::vector<std::uint8_t>;
 using Reply = std::optional<Bytes>;
 
-Bytes Hex(std::string_view text) {
-    return vx::sim::ParseHex(text, true).value();
-}
+using vx::test::Hex;
 
 const Endpoint kHost{{127, 0, 0, 1}, 2541};
 const Endpoint kOtherHost{{127, 0, 0, 1}, 40000};

@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "fixtures/Hex.h"
+
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,15 +13,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-Bytes Hex(const std::string& text) {
-    Bytes bytes;
-    std::istringstream in(text);
-    std::string pair;
-    while (in >> pair) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(pair, nullptr, 16)));
-    }
-    return bytes;
-}
+using vx::test::Hex;
 
 Bytes Text(const std::string& text) {
     Bytes bytes(text.begin(), text.end());

@@ -4,11 +4,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include "fixtures/Hex.h"
 
 #include <asio.hpp>
 #include <atomic>
@@ -37,9 +39,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr auto kPatience = 10s;
 
-Bytes Hex(std::string_view text) {
-    return vx::sim::ParseHex(text, true).value();
-}
+using vx::test::Hex;
 
 std::string ReadFile(const fs::path& path) {
     std::ifstream stream(path, std::ios::binary);
