@@ -366,6 +366,12 @@ std::vector<Heard> Session::Collect(const Endpoint& to, const Destination& desti
     if (multicast) {
         std::error_code ignored;
         impl.socket.set_option(asio::ip::multicast::enable_loopback(true), ignored);
+        // A host on a loopback address keeps its broadcast on loopback, where its nodes are,
+        // rather than letting the route send it out of the machine.
+        const auto local = impl.socket.local_endpoint(ignored).address();
+        if (!ignored && local.is_v4() && local.is_loopback()) {
+            impl.socket.set_option(asio::ip::multicast::outbound_interface(local.to_v4()), ignored);
+        }
     }
     std::error_code error;
     if (!impl.SendTo(to, bytes, error)) {

@@ -20,6 +20,10 @@ struct NodeServerOptions {
     std::function<void(const std::string&)> log;
     // Stops Run on SIGINT and SIGTERM (for a program, not for a thread in a test).
     bool stopOnSignals = false;
+    // Also takes the domain-wide broadcasts of LON/IP (the multicast group 239.192.0.0, on the
+    // listening address's interface), as a node on the network does; where the group cannot be
+    // joined, the log says so and the node answers unicast alone.
+    bool domainBroadcasts = false;
 };
 
 class NodeServer {

@@ -231,6 +231,7 @@ int Serve(const CommandLine& line) {
     vx::vxsim::NodeServerOptions serving;
     serving.stateFile = line.stateFile;
     serving.stopOnSignals = true;
+    serving.domainBroadcasts = true;
     if (line.verbose) {
         serving.log = [](const std::string& exchange) {
             std::cerr << TimeOfDay() << " " << exchange << "\n";
