@@ -101,10 +101,6 @@ Step Acknowledge() {
     };
 }
 
-Step SendRaw(std::vector<Outgoing> datagrams) {
-    return [datagrams = std::move(datagrams)](const Incoming&) { return datagrams; };
-}
-
 Step Sequence(std::vector<Step> steps) {
     return [steps = std::move(steps)](const Incoming& request) {
         std::vector<Outgoing> all;

@@ -73,8 +73,6 @@ Step ReplyWrongTidFirst(Bytes apdu);
 // The answer from the foreign socket only.
 Step ReplyFromForeign(Bytes apdu);
 Step Acknowledge();
-// These datagrams as they are, whatever the request.
-Step SendRaw(std::vector<Outgoing> datagrams);
 // Everything the steps send, in their order.
 Step Sequence(std::vector<Step> steps);
 // The APDU `serve` returns for the request, as the answer; nothing when it returns an empty one.

@@ -88,17 +88,13 @@ SelfIdentification DeviceB() {
 }
 
 // ---- Real devices
-// --------------------------------------------------------------------------------
 
-TEST(SelfIdentificationDevice, DeviceBParsesFully) {
+TEST(SelfIdentificationDevice, DeviceBParsesFullyAndIsBuiltByteForByte) {
     const Bytes data = SessionSiData("device-b-session.txt");
     ASSERT_EQ(data.size(), 66u);
     EXPECT_EQ(AnnouncedLength(data), 66);
     EXPECT_EQ(Parsed(data), DeviceB());
-}
-
-TEST(SelfIdentificationDevice, DeviceBIsBuiltByteForByte) {
-    EXPECT_EQ(BuildSelfIdentification(DeviceB()), SessionSiData("device-b-session.txt"));
+    EXPECT_EQ(BuildSelfIdentification(DeviceB()), data);
 }
 
 TEST(SelfIdentificationDevice, DeviceAParsesAllNineVariables) {
@@ -145,7 +141,6 @@ TEST(SelfIdentificationDevice, DeviceAParsesAllNineVariables) {
 }
 
 // ---- The layout's fields
-// -------------------------------------------------------------------------
 
 TEST(SelfIdentificationLayout, CountTakesItsHighByteFromOffsetFour) {
     // 0x0100 variables, none extended: 6 + 512 + 1 = 519 = 0x0207 bytes.
@@ -200,7 +195,6 @@ TEST(SelfIdentificationLayout, ExtensionFieldsFollowTheMaskInOrder) {
 }
 
 // ---- Malformed data
-// ------------------------------------------------------------------------------
 
 TEST(SelfIdentificationMalformed, EveryCutOfDeviceBFailsUntilTheRecordsAreComplete) {
     const Bytes data = SessionSiData("device-b-session.txt");
@@ -222,72 +216,51 @@ TEST(SelfIdentificationMalformed, EveryCutOfDeviceBFailsUntilTheRecordsAreComple
 }
 
 TEST(SelfIdentificationMalformed, ErrorsSayWhereTheDataEnds) {
-    const Bytes data = SessionSiData("device-b-session.txt");
-    EXPECT_EQ(ErrorOf(Cut(data, 1)), "the self-identification data ends inside its length");
-    EXPECT_EQ(ErrorOf(Cut(data, 4)), "the self-identification data ends inside its header");
-    EXPECT_EQ(ErrorOf(Cut(data, 7)),
-              "the self-identification data ends inside network variable 0's type index");
-    EXPECT_EQ(ErrorOf(Cut(data, 8)),
-              "the self-identification data ends inside network variable 1's descriptor "
-              "(2 network variables announced)");
-    EXPECT_EQ(ErrorOf(Cut(data, 20)),
-              "the node's self-documentation string has no terminating zero");
-    EXPECT_EQ(ErrorOf(Cut(data, 29)),
-              "the self-identification data ends inside network variable 0's extension record");
-    EXPECT_EQ(ErrorOf(Cut(data, 33)), "network variable 0's name has no terminating zero");
-    EXPECT_EQ(ErrorOf(Cut(data, 40)),
-              "network variable 0's self-documentation string has no terminating zero");
-    EXPECT_EQ(ErrorOf(Cut(data, 50)), "network variable 1's name has no terminating zero");
-}
-
-TEST(SelfIdentificationMalformed, LengthMustBeExactlyWhatWasRead) {
-    Bytes data = SessionSiData("device-b-session.txt");
-    data.push_back(0);
-    EXPECT_EQ(ErrorOf(data), "the self-identification data announces 66 bytes but 67 were given");
-    data.resize(60);
-    EXPECT_EQ(ErrorOf(data), "the self-identification data announces 66 bytes but 60 were given");
-    EXPECT_EQ(ErrorOf({}), "the self-identification data ends inside its length");
-}
-
-TEST(SelfIdentificationMalformed, MoreVariablesAnnouncedThanTheDataHolds) {
-    // Three announced, two descriptor pairs and a node string: the node string is read as the
-    // third variable and then no terminating zero is left.
-    EXPECT_EQ(ErrorOf(Join({Hex("00 0c 03 01 00 00"), Hex("00 01 00 02"), Text("a")})),
-              "the node's self-documentation string has no terminating zero");
+    const Bytes b = SessionSiData("device-b-session.txt");
+    Bytes longer = b;
+    longer.push_back(0);
+    const Bytes shorter(b.begin(), b.begin() + 60);
+    // An extension record of one variable with no name, then `record`.
+    const auto withRecord = [](const Bytes& record) {
+        Bytes data = Join({Hex("00 00 01 01 00 00 80 01"), Text(""), record});
+        data[1] = static_cast<std::uint8_t>(data.size());
+        return data;
+    };
+    const std::string ends = "the self-identification data ends inside ";
+    const std::pair<Bytes, std::string> cases[] = {
+        {{}, ends + "its length"},
+        {Cut(b, 1), ends + "its length"},
+        {Cut(b, 4), ends + "its header"},
+        {Cut(b, 7), ends + "network variable 0's type index"},
+        {Cut(b, 8), ends + "network variable 1's descriptor (2 network variables announced)"},
+        {Cut(b, 20), "the node's self-documentation string has no terminating zero"},
+        {Cut(b, 29), ends + "network variable 0's extension record"},
+        {Cut(b, 33), "network variable 0's name has no terminating zero"},
+        {Cut(b, 40), "network variable 0's self-documentation string has no terminating zero"},
+        {Cut(b, 50), "network variable 1's name has no terminating zero"},
+        {longer, "the self-identification data announces 66 bytes but 67 were given"},
+        {shorter, "the self-identification data announces 66 bytes but 60 were given"},
+        // Three announced, two descriptor pairs and a node string: the node string is read as
+        // the third variable and then no terminating zero is left.
+        {Join({Hex("00 0c 03 01 00 00"), Hex("00 01 00 02"), Text("a")}),
+         "the node's self-documentation string has no terminating zero"},
+        // The second variable's record is missing: the first one's ends the data.
+        {Join({Hex("00 0f 02 01 00 00"), Hex("80 01 80 02"), Text(""), Hex("20"), Text("ab")}),
+         ends + "network variable 1's extension record"},
+        {withRecord(Hex("80")), ends + "network variable 0's maximum rate estimate"},
+        {withRecord(Hex("c0 01")), ends + "network variable 0's rate estimate"},
+        {withRecord(Hex("08 01")), ends + "network variable 0's array count"},
+        {withRecord(Join({Hex("30"), Text("name"), Hex("41 42")})),
+         "network variable 0's self-documentation string has no terminating zero"},
+    };
+    for (const auto& [data, error] : cases) {
+        EXPECT_EQ(ErrorOf(data), error);
+    }
     // 0xFFFF announced in nine bytes.
     EXPECT_FALSE(ErrorOf(Hex("00 09 ff 01 ff 00 00 01 00")).empty());
 }
 
-TEST(SelfIdentificationMalformed, ExtensionFlagWithoutItsRecord) {
-    EXPECT_EQ(ErrorOf(Join({Hex("00 0b 01 01 00 00"), Hex("80 01"), Text("ab")})),
-              "the self-identification data ends inside network variable 0's extension record");
-    // The second variable's record is missing: the first one's ends the data.
-    EXPECT_EQ(ErrorOf(Join(
-                  {Hex("00 0f 02 01 00 00"), Hex("80 01 80 02"), Text(""), Hex("20"), Text("ab")})),
-              "the self-identification data ends inside network variable 1's extension record");
-}
-
-TEST(SelfIdentificationMalformed, ExtensionRecordCutInsideEachField) {
-    const Bytes head = Hex("80 01");
-    auto withRecord = [&](const Bytes& record) {
-        const Bytes body = Join({head, Text(""), record});
-        Bytes data = Join({Hex("00 00 01 01 00 00"), body});
-        data[1] = static_cast<std::uint8_t>(data.size());
-        return ErrorOf(data);
-    };
-    EXPECT_EQ(
-        withRecord(Hex("80")),
-        "the self-identification data ends inside network variable 0's maximum rate estimate");
-    EXPECT_EQ(withRecord(Hex("c0 01")),
-              "the self-identification data ends inside network variable 0's rate estimate");
-    EXPECT_EQ(withRecord(Hex("08 01")),
-              "the self-identification data ends inside network variable 0's array count");
-    EXPECT_EQ(withRecord(Join({Hex("30"), Text("name"), Hex("41 42")})),
-              "network variable 0's self-documentation string has no terminating zero");
-}
-
 // ---- Building
-// ------------------------------------------------------------------------------------
 
 TEST(SelfIdentificationBuild, RecordsOnlyForVariablesWithFieldsAndMasksNamingThem) {
     SelfIdentification data;
@@ -334,15 +307,12 @@ TEST(SelfIdentificationBuild, ParsingTheResultGivesTheDataBackWithFlagAndMaskRec
 
 TEST(SelfIdentificationBuild, RejectsWhatCannotBeExpressed) {
     const std::string zero(1, '\0');
-    SelfIdentification nodeText = DeviceB();
-    nodeText.nodeSelfDoc = "a" + zero + "b";
-    EXPECT_FALSE(BuildSelfIdentification(nodeText));
-    SelfIdentification nameText = DeviceB();
-    nameText.variables[1].name = "nvo" + zero;
-    EXPECT_FALSE(BuildSelfIdentification(nameText));
-    SelfIdentification docText = DeviceB();
-    docText.variables[0].selfDoc = zero;
-    EXPECT_FALSE(BuildSelfIdentification(docText));
+    SelfIdentification zeros[3] = {DeviceB(), DeviceB(), DeviceB()};
+    zeros[0].nodeSelfDoc = "a" + zero + "b";
+    zeros[1].variables[1].name = "nvo" + zero;
+    zeros[2].variables[0].selfDoc = zero;
+    for (const auto& data : zeros)
+        EXPECT_FALSE(BuildSelfIdentification(data));
 
     SelfIdentification longest;
     longest.nodeSelfDoc.assign(0xFFFF - 7, 'x');  // header, text and its zero: 65535 bytes

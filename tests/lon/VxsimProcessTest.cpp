@@ -13,7 +13,6 @@
 #include "fixtures/Hex.h"
 
 #include <asio.hpp>
-#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -48,11 +47,13 @@ std::string ReadFile(const fs::path& path) {
     return content.str();
 }
 
-fs::path ScratchFile(const std::string& suffix) {
-    static std::atomic<int> counter = 0;
-    return fs::temp_directory_path() /
-           ("vxsim-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++) + suffix);
-}
+// A state file path of this test's own, removed at the end.
+struct ScratchState {
+    fs::path path = fs::temp_directory_path() /
+                    ("vxsim-test-" + std::to_string(getpid()) + "-" +
+                     ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json");
+    ~ScratchState() { fs::remove(path); }
+};
 
 // One vxsim process with its standard output and error on pipes. The destructor stops it
 // (SIGTERM, then SIGKILL when it does not end in time) and reaps it, whatever the test did.
@@ -83,12 +84,10 @@ public:
     }
 
     ~Vxsim() {
-        if (m_pid > 0 && !m_exitCode) {
-            kill(m_pid, SIGTERM);
-            if (!WaitForExit(kPatience)) {
-                kill(m_pid, SIGKILL);
-                waitpid(m_pid, nullptr, 0);
-            }
+        Terminate();
+        if (m_pid > 0 && !WaitForExit()) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, nullptr, 0);
         }
         if (m_out >= 0) close(m_out);
         if (m_err >= 0) close(m_err);
@@ -96,8 +95,6 @@ public:
 
     Vxsim(const Vxsim&) = delete;
     Vxsim& operator=(const Vxsim&) = delete;
-
-    bool Started() const { return m_pid > 0; }
 
     // The first line of its standard output, without the newline; nothing when none came in time.
     std::optional<std::string> FirstLine(std::chrono::milliseconds limit = kPatience) {
@@ -175,40 +172,28 @@ std::string ServingLine(const Endpoint& at) {
            at.Text();
 }
 
-TEST(VxsimProcess, AnswersOverUdpAndStopsCleanlyOnSigterm) {
+TEST(VxsimProcess, AnswersOverUdpRefusesASecondVxsimAndStopsCleanlyOnSigterm) {
     const Endpoint at = vx::lon::test::UniqueLoopback();
     Vxsim vxsim({"--listen", at.Text(), "--device", "default", "--verbose"});
-    ASSERT_TRUE(vxsim.Started());
     ASSERT_EQ(vxsim.FirstLine(), ServingLine(at));
 
+    Vxsim second({"--listen", at.Text(), "--device", "default"});
+    EXPECT_EQ(second.WaitForExit(), 1);
+    EXPECT_EQ(second.ErrorOutput(),
+              "vxsim: " + at.Text() + " is in use (is another vxsim running there?)\n");
+
+    // The first goes on serving.
     EXPECT_EQ(Exchange(at, Hex("00 11 03 51")),
               Hex("00 11 23 31 00 00 00 00 00 00 00 00 00 00 01 04 10 00 00"));
-
     vxsim.Terminate();
     EXPECT_EQ(vxsim.WaitForExit(), 0);
     EXPECT_THAT(vxsim.ErrorOutput(),
                 ::testing::HasSubstr("Query Status, request TID 3: answered 31, 15 bytes"));
 }
 
-TEST(VxsimProcess, ASecondVxsimOnTheSameAddressRefusesToStart) {
-    const Endpoint at = vx::lon::test::UniqueLoopback();
-    Vxsim first({"--listen", at.Text(), "--device", "default"});
-    ASSERT_EQ(first.FirstLine(), ServingLine(at));
-
-    Vxsim second({"--listen", at.Text(), "--device", "default"});
-    EXPECT_EQ(second.WaitForExit(), 1);
-    EXPECT_EQ(second.ErrorOutput(),
-              "vxsim: " + at.Text() + " is in use (is another vxsim running there?)\n");
-    // The first goes on serving.
-    EXPECT_TRUE(Exchange(at, Hex("00 11 04 51")).has_value());
-}
-
 TEST(VxsimProcess, KeepsItsNodeInTheStateFileAcrossRuns) {
-    const fs::path state = ScratchFile(".json");
-    struct Remove {
-        fs::path path;
-        ~Remove() { fs::remove(path); }
-    } removeState{state};
+    const ScratchState scratch;
+    const fs::path& state = scratch.path;
     const Endpoint at = vx::lon::test::UniqueLoopback();
     const std::vector<std::string> arguments = {"--listen", at.Text(), "--device",
                                                 "default",  "--state", state.string()};
@@ -234,11 +219,8 @@ TEST(VxsimProcess, KeepsItsNodeInTheStateFileAcrossRuns) {
 }
 
 TEST(VxsimProcess, RefusesAStateFileItCannotReadAndLeavesIt) {
-    const fs::path state = ScratchFile(".json");
-    struct Remove {
-        fs::path path;
-        ~Remove() { fs::remove(path); }
-    } removeState{state};
+    const ScratchState scratch;
+    const fs::path& state = scratch.path;
     std::ofstream(state, std::ios::binary) << "{ not a node";
 
     Vxsim vxsim({"--listen", vx::lon::test::UniqueLoopback().Text(), "--device", "default",

@@ -126,25 +126,27 @@ TEST_F(VxctlOverLonIp, EveryCommandShowsWhatTheInProcessControllerShows) {
     }
 }
 
-// ---- Changes stay on the node ------------------------------------------------------------------
+// ---- What the node keeps between runs -----------------------------------------------------------
 
-TEST_F(VxctlOverLonIp, AChangeIsSeenByTheNextRun) {
-    Serve();
+TEST_F(VxctlOverLonIp, AChangeIsSeenByTheNextRunAndSurvivesARestartWithTheStateFile) {
+    const fs::path state = test::ScratchFile(".state.json");
+    struct Removed {
+        fs::path path;
+        ~Removed() { fs::remove(path); }
+    } removed{state};
+    Serve("default", {"--state", state.string()});
     // The status the node answered the last command with, not the empty one of a fresh node.
     ASSERT_EQ(Vxctl(OnNode({"command", "keypress", "12"})).exitCode, 0);
     EXPECT_EQ(Vxctl(OnNode({"command-status"})).out, "command status: command 7, accepted\n");
-
     ASSERT_EQ(Vxctl(OnNode({"set", "nciSetpoints.occupied_cool", "24.5"})).exitCode, 0);
+    ASSERT_EQ(Vxctl(OnNode({"name", "Hall 3"})).exitCode, 0);
+
+    ASSERT_EQ(vxsim->Stop(), 0) << vxsim->Said();
+    vxsim.reset();
+    Serve("default", {"--state", state.string()});
     EXPECT_EQ(Vxctl(OnNode({"get", "nciSetpoints.occupied_cool"})).out,
               "nciSetpoints.occupied_cool = 24.5\n");
-    // The level-2 download sent no checksum: the node says so until a level-3 download.
-    EXPECT_NE(Vxctl(OnNode({"command-status"})).out.find("checksum mismatch"), std::string::npos);
-
-    ASSERT_EQ(Vxctl(OnNode({"name", "Hall 3"})).exitCode, 0);
     EXPECT_EQ(Vxctl(OnNode({"name"})).out, "Hall 3\n");
-
-    ASSERT_EQ(Vxctl(OnNode({"request", "2", "disabled"})).exitCode, 0);
-    EXPECT_EQ(Vxctl(OnNode({"status", "--object", "2"})).out, "object 2  disabled\n");
 }
 
 TEST_F(VxctlOverLonIp, ADownloadOpenedInOneRunIsClosedInTheNext) {
@@ -160,23 +162,6 @@ TEST_F(VxctlOverLonIp, ADownloadOpenedInOneRunIsClosedInTheNext) {
     EXPECT_EQ(closed.exitCode, 0) << closed.err;
     EXPECT_EQ(closed.out.find("rejected"), std::string::npos) << closed.out;
     EXPECT_NE(closed.out.find("command 4, accepted"), std::string::npos) << closed.out;
-}
-
-TEST_F(VxctlOverLonIp, AChangeSurvivesARestartOfTheNodeWithItsStateFile) {
-    const fs::path state = test::ScratchFile(".state.json");
-    struct Removed {
-        fs::path path;
-        ~Removed() { fs::remove(path); }
-    } removed{state};
-
-    Serve("default", {"--state", state.string()});
-    ASSERT_EQ(Vxctl(OnNode({"set", "nciSetpoints.occupied_cool", "24.5"})).exitCode, 0);
-    ASSERT_EQ(vxsim->Stop(), 0) << vxsim->Said();
-    vxsim.reset();
-
-    Serve("default", {"--state", state.string()});
-    EXPECT_EQ(Vxctl(OnNode({"get", "nciSetpoints.occupied_cool"})).out,
-              "nciSetpoints.occupied_cool = 24.5\n");
 }
 
 // ---- What the node decides ---------------------------------------------------------------------
@@ -259,6 +244,14 @@ TEST_F(VxctlOverLonIp, DiscoverFindsAnUnconfiguredNodeByItsQueryIdAnswer) {
     EXPECT_EQ(Json::parse(found.out), Json::parse(R"([{"address": ")" + node + R"(",
         "neuronId": "01-02-03-04-05-A7", "programId": "9000010600828500",
         "state": "Unconfigured"}])"));
+
+    // A domain-wide broadcast finds it from a range it is not in.
+    const Finished broadcast =
+        Vxctl({"--json", "discover", "--range", Around(test::TestLoopback(201), 0, 0), "--local",
+               host, "--broadcast"});
+    ASSERT_EQ(broadcast.exitCode, 0) << broadcast.err;
+    EXPECT_NE(broadcast.out.find(R"("neuronId": "01-02-03-04-05-A7")"), std::string::npos)
+        << broadcast.out;
 }
 
 TEST_F(VxctlOverLonIp, DiscoverSaysWhenNothingAnswered) {

@@ -192,28 +192,25 @@ TEST(SimSnapshotFile, KeysLeftOutKeepTheNodesOwn) {
 }
 
 TEST(SimSnapshotFile, MalformedRunningStateIsNamed) {
-    EXPECT_EQ(StateError(WithRunning(R"({"colour": 1})")),
-              "state.json: running: unknown key \"colour\"");
-    EXPECT_EQ(StateError(WithRunning(R"({"commands": {"pollsLeft": -2}})")),
-              "state.json: running: pollsLeft must lie within -1..2147483647");
-    EXPECT_EQ(StateError(WithRunning(R"({"objects": [{"flags": 0, "supported": 0}]})")),
-              "state.json: running: 1 objects for a node of 3");
-    EXPECT_EQ(StateError(WithRunning(R"({"factory": {"variables": {"nviSetpoint": "0000"}}})")),
-              "state.json: running: factory value of nviSetpoint: a memory reset restores no "
-              "value of this name");
-    EXPECT_EQ(StateError(WithRunning(R"({"factory": {"configItems": {"0-1": "00"}}})")),
-              "state.json: running: factory value of 0-1: 1 bytes for a value of 2");
-    EXPECT_EQ(StateError(WithRunning(R"({"commands": {"downloadLevel": 1}})")),
-              "state.json: running: download level 1 is none of 0, 2 and 3");
-    EXPECT_EQ(StateError(WithRunning(R"({"commands": {"restarting": true, "pollsLeft": 1}})")),
-              "state.json: running: a restart in progress without the alarm message it began "
-              "with");
-    EXPECT_EQ(StateError(WithRunning(R"({"commands": {"pollsLeft": 1}})")),
-              "state.json: running: polls left 1 without a restart in progress (0)");
-    EXPECT_EQ(StateError(WithRunning(R"({"objects": [{"flags": 16, "supported": 0}, {"flags": 0,
-                                        "supported": 0}, {"flags": 0, "supported": 0}]})")),
-              "state.json: running: flags outside the object's set");
-
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"colour": 1})", "unknown key \"colour\""},
+        {R"({"commands": {"pollsLeft": -2}})", "pollsLeft must lie within -1..2147483647"},
+        {R"({"objects": [{"flags": 0, "supported": 0}]})", "1 objects for a node of 3"},
+        {R"({"factory": {"variables": {"nviSetpoint": "0000"}}})",
+         "factory value of nviSetpoint: a memory reset restores no value of this name"},
+        {R"({"factory": {"configItems": {"0-1": "00"}}})",
+         "factory value of 0-1: 1 bytes for a value of 2"},
+        {R"({"commands": {"downloadLevel": 1}})", "download level 1 is none of 0, 2 and 3"},
+        {R"({"commands": {"restarting": true, "pollsLeft": 1}})",
+         "a restart in progress without the alarm message it began with"},
+        {R"({"commands": {"pollsLeft": 1}})", "polls left 1 without a restart in progress (0)"},
+        {R"({"objects": [{"flags": 16, "supported": 0}, {"flags": 0, "supported": 0},
+                         {"flags": 0, "supported": 0}]})",
+         "flags outside the object's set"},
+    };
+    for (const auto& [running, error] : cases) {
+        EXPECT_EQ(StateError(WithRunning(running)), std::string("state.json: running: ") + error);
+    }
     // The node file reader's errors pass as they are.
     const auto error = CaughtError([] { LoadNodeState("{}", "state.json"); });
     EXPECT_EQ(error.Source(), "Vx.Sim.ReadNodeJson");
