@@ -47,12 +47,12 @@ void BM_ObjectsWithValues_LonIp(benchmark::State& state) {
     choice.network.local = kHostAddress;
     RunObjectsWithValues(state, choice);
 }
-BENCHMARK(BM_ObjectsWithValues_LonIp)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ObjectsWithValues_LonIp)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ObjectsWithValues_InProcess(benchmark::State& state) {
     RunObjectsWithValues(state, vx::vxctl::DeviceChoice{});
 }
-BENCHMARK(BM_ObjectsWithValues_InProcess)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ObjectsWithValues_InProcess)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 
