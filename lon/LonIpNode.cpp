@@ -194,10 +194,14 @@ private:
 LonIpUrl ParseLonIpUrl(std::string_view text) {
     constexpr std::string_view kScheme = "lonip://";
     const auto bad = [&](const std::string& why) {
-        return LonError(kLonErrBadAddress,
-                        "'" + std::string(text) + "' is no LON/IP address: " + why +
-                            " (lonip://HOST[:PORT][/NEURONID], for example lonip://127.0.0.2 or "
-                            "lonip://127.0.0.2/05013C7A1F02)");
+        std::string description(1, '\'');
+        description.append(text)
+            .append("' is no LON/IP address: ")
+            .append(why)
+            .append(
+                " (lonip://HOST[:PORT][/NEURONID], for example lonip://127.0.0.2 or "
+                "lonip://127.0.0.2/05013C7A1F02)");
+        return LonError(kLonErrBadAddress, std::move(description));
     };
     if (!text.starts_with(kScheme)) throw bad("it does not start with lonip://");
     std::string_view rest = text.substr(kScheme.size());
