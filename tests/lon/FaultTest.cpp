@@ -4,25 +4,18 @@
 // what failed, and a download cut short leaves only what it reported as written. Last, vxsim is
 // killed while it saves its state file, which must stay whole. Every process started here is
 // stopped and reaped by its own pid, and every address is a loopback address of this process.
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <asio.hpp>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,13 +30,12 @@
 #include "ScriptedPeer.h"
 #include "VxDef.h"
 #include "automation/Clock.h"
+#include "fixtures/ChildProcess.h"
 #include "fixtures/ErrorMatchers.h"
 #include "fixtures/Scenario.h"
 #include "interfaces/INodeVariable.h"
 #include "interfaces/INodeVariableAccess.h"
 #include "interfaces/IOrvexVariable.h"
-
-extern char** environ;
 
 namespace vx::lon {
 namespace {
@@ -52,6 +44,9 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using test::Direction;
 using test::LossyRelay;
+using vx::test::ChildProcess;
+using vx::test::ReadFile;
+using vx::test::ScratchFolder;
 using Bytes = std::vector<std::uint8_t>;
 
 // Short timers keep the tests fast: a request that gets no answer fails after 4 x 40 ms.
@@ -62,130 +57,6 @@ constexpr auto kPatience = 10s;
 
 // What the library reports for a value it could not read, whatever the host's error.
 constexpr auto kErrVariableLoad = static_cast<std::int32_t>(0x80040301u);
-
-std::string ReadFile(const fs::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::stringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
-
-// A folder of this process's own in the temporary folder, removed with its content.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        static std::atomic<int> counter = 0;
-        m_path = fs::temp_directory_path() /
-                 ("vx-fault-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++));
-        fs::create_directories(m_path);
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    fs::path operator/(const std::string& name) const { return m_path / name; }
-
-    // A fresh name for a child's output files.
-    fs::path NextOutput(const std::string& stem) {
-        return m_path / (stem + "-" + std::to_string(m_outputs++));
-    }
-
-private:
-    fs::path m_path;
-    int m_outputs = 0;
-};
-
-// A program run by a test, its standard output and error in files. The destructor stops it
-// (SIGTERM, SIGKILL when it does not end in time) and reaps it, whatever the test did.
-class ChildProcess {
-public:
-    ChildProcess(const std::string& program, const std::vector<std::string>& arguments,
-                 const fs::path& outputs)
-        : m_out(outputs.string() + ".out"), m_err(outputs.string() + ".err") {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, m_out.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, m_err.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        std::vector<std::string> words = {program};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        for (auto& word : words)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        if (posix_spawn(&m_pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
-            m_pid = -1;
-        }
-        posix_spawn_file_actions_destroy(&actions);
-    }
-
-    ~ChildProcess() {
-        if (m_pid <= 0 || m_exitCode) return;
-        kill(m_pid, SIGTERM);
-        if (!Wait(5s)) {
-            kill(m_pid, SIGKILL);
-            waitpid(m_pid, nullptr, 0);
-        }
-    }
-
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-
-    bool Started() const { return m_pid > 0; }
-
-    // Sends `signal` unless the child has been reaped (its pid may be someone else's by then).
-    void Signal(int signal) const {
-        if (m_pid > 0 && !m_exitCode) kill(m_pid, signal);
-    }
-
-    // Waits until a whole line of its standard output starts with `text`; false when it ended or
-    // `limit` passed first.
-    bool AwaitLine(const std::string& text, std::chrono::milliseconds limit = kPatience) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (std::chrono::steady_clock::now() < deadline) {
-            const std::string out = ReadFile(m_out);
-            const auto at = out.find(text);
-            if (at != std::string::npos && (at == 0 || out[at - 1] == '\n') &&
-                out.find('\n', at) != std::string::npos) {
-                return true;
-            }
-            if (Wait(0ms)) return false;
-            std::this_thread::sleep_for(5ms);
-        }
-        return false;
-    }
-
-    // Its exit code, 128 + the signal that ended it; nothing while it still runs after `limit`.
-    std::optional<int> Wait(std::chrono::milliseconds limit) {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!m_exitCode && m_pid > 0) {
-            int status = 0;
-            const pid_t done = waitpid(m_pid, &status, WNOHANG);
-            if (done == m_pid) {
-                m_exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            } else if (done < 0 || std::chrono::steady_clock::now() >= deadline) {
-                break;
-            } else {
-                std::this_thread::sleep_for(2ms);
-            }
-        }
-        return m_exitCode;
-    }
-
-    std::string Out() const { return ReadFile(m_out); }
-    std::string Err() const { return ReadFile(m_err); }
-
-private:
-    std::string m_out;
-    std::string m_err;
-    pid_t m_pid = -1;
-    std::optional<int> m_exitCode;
-};
 
 // vxsim serving the default controller at `at`, keeping it in `state` when given; nothing (and
 // a test failure) when it does not say that it serves.
