@@ -1,5 +1,7 @@
 #include "NodeService.h"
 
+#include "NodeClient.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -16,16 +18,19 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
 
-// Network-management and diagnostic requests the node serves.
-constexpr std::uint8_t kQueryStatus = 0x51;
-constexpr std::uint8_t kQueryId = 0x61;
-constexpr std::uint8_t kQueryNvConfig = 0x68;
-constexpr std::uint8_t kSetNodeMode = 0x6C;
-constexpr std::uint8_t kReadMemory = 0x6D;
-constexpr std::uint8_t kWriteMemory = 0x6E;
-constexpr std::uint8_t kWink = 0x70;
-constexpr std::uint8_t kQuerySi = 0x72;
-constexpr std::uint8_t kNvFetch = 0x73;
+// Network-management and diagnostic requests the node serves: the codes the host's client sends.
+constexpr auto Code(lon::Request request) {
+    return static_cast<std::uint8_t>(request);
+}
+constexpr std::uint8_t kQueryStatus = Code(lon::Request::kQueryStatus);
+constexpr std::uint8_t kQueryId = Code(lon::Request::kQueryId);
+constexpr std::uint8_t kQueryNvConfig = Code(lon::Request::kQueryNvConfig);
+constexpr std::uint8_t kSetNodeMode = Code(lon::Request::kSetNodeMode);
+constexpr std::uint8_t kReadMemory = Code(lon::Request::kReadMemory);
+constexpr std::uint8_t kWriteMemory = Code(lon::Request::kWriteMemory);
+constexpr std::uint8_t kWink = Code(lon::Request::kWink);
+constexpr std::uint8_t kQuerySi = Code(lon::Request::kQuerySi);
+constexpr std::uint8_t kNvFetch = Code(lon::Request::kNvFetch);
 
 // Query ID selectors. The node is never selected: nothing here selects it.
 constexpr std::uint8_t kSelectUnconfigured = 0;
@@ -133,28 +138,7 @@ std::string RequestName(ByteSpan apdu) {
         return fmt::format("{} selector {:04X}", apdu.size() == 2 ? "NV poll" : "NV update",
                            Selector(apdu));
     }
-    switch (code) {
-        case kQueryStatus:
-            return "Query Status";
-        case kQueryId:
-            return "Query ID";
-        case kQueryNvConfig:
-            return "Query NV Config";
-        case kSetNodeMode:
-            return "Set Node Mode";
-        case kReadMemory:
-            return "Read Memory";
-        case kWriteMemory:
-            return "Write Memory";
-        case kWink:
-            return "Wink";
-        case kQuerySi:
-            return "Query SI";
-        case kNvFetch:
-            return "NV Fetch";
-        default:
-            return fmt::format("message {:02X}", code);
-    }
+    return lon::RequestName(code);
 }
 
 // A network-variable index as requests carry it: one byte, or the escape and two bytes.

@@ -8,10 +8,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "fixtures/ChildProcess.h"
 
 namespace vx::test {
 
@@ -20,13 +20,6 @@ struct Finished {
     std::string out;
     std::string err;
 };
-
-inline std::string ReadFile(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::stringstream content;
-    content << stream.rdbuf();
-    return content.str();
-}
 
 inline std::string ShellQuoted(const std::string& argument) {
     std::string quoted = "'";
