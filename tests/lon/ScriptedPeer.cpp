@@ -1,5 +1,6 @@
 #include "ScriptedPeer.h"
 
+#include <algorithm>
 #include <asio.hpp>
 #include <atomic>
 #include <list>
@@ -48,8 +49,12 @@ Endpoint UniqueLoopback(std::uint16_t port) {
 }
 
 Bytes ResponseBytes(std::uint8_t transaction, const Bytes& apdu) {
-    Bytes bytes = {0x00, 0x11, static_cast<std::uint8_t>(0x20 | transaction)};
-    bytes.insert(bytes.end(), apdu.begin(), apdu.end());
+    // Sized first and copied into: g++ 12 at -O3 misreads an insert after a short start as
+    // writing out of bounds.
+    Bytes bytes(3 + apdu.size());
+    bytes[1] = 0x11;
+    bytes[2] = static_cast<std::uint8_t>(0x20 | transaction);
+    std::copy(apdu.begin(), apdu.end(), bytes.begin() + 3);
     return bytes;
 }
 

@@ -156,7 +156,8 @@ VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> ob
                                             FieldList(*type)));
             }
             type = field->Typedef();
-            reached += "." + Utf8FromLatin1(piece);
+            // Not "." + ...: g++ 12 at -O3 takes that for an overlapping copy (a false -Wrestrict).
+            reached.append(1, '.').append(Utf8FromLatin1(piece));
             if (end == std::string::npos) break;
             start = end + 1;
         }
