@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the g++ build, the clang build under the address and
-# undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run), a short,
-# bounded run of every fuzz target, and the COM servers under Wine with real COM clients.
+# undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run), a plain
+# Release build with no preset, a short, bounded run of
+# every fuzz target, and the COM servers under Wine with real COM clients.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -52,6 +53,24 @@ for bench in build/release/bench/bench_*; do
   echo "$(basename "$bench") ran"
   passed=$((passed + 1))
 done
+
+step "plain Release build with no preset, as a packager builds it"
+# Only the presets turn warnings into errors; this build must still have none, at -O3.
+plain_log=build/plain-build.log
+cmake -S . -B build/plain -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build build/plain -j "$jobs" >"$plain_log" 2>&1 || { cat "$plain_log"; exit 1; }
+if grep -q 'warning:' "$plain_log"; then
+  grep -B 2 -A 6 'warning:' "$plain_log"
+  echo "FAILED: the plain Release build warns"
+  failed=$((failed + 1))
+elif grep -q -- '-Werror' build/plain/compile_commands.json ||
+  ! grep -q -- '-Werror' build/dev/compile_commands.json; then
+  echo "FAILED: warnings must be errors in the presets' builds and only there"
+  failed=$((failed + 1))
+else
+  echo "plain Release build: no warnings, no -Werror"
+  passed=$((passed + 1))
+fi
 
 step "fuzz targets, ${FUZZ_SECONDS} s each"
 cmake --preset fuzz >/dev/null
