@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the g++ build, the clang build under the address and
 # undefined-behaviour sanitizers, a formatting check, the benchmarks (as a smoke run), a plain
-# Release build with no preset, a short, bounded run of
+# Release build with the README's examples built against its install, a short, bounded run of
 # every fuzz target, and the COM servers under Wine with real COM clients.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -54,7 +54,7 @@ for bench in build/release/bench/bench_*; do
   passed=$((passed + 1))
 done
 
-step "plain Release build with no preset, as a packager builds it"
+step "plain Release build with no preset, as a packager builds it; the README's examples against its install"
 # Only the presets turn warnings into errors; this build must still have none, at -O3.
 plain_log=build/plain-build.log
 cmake -S . -B build/plain -DCMAKE_BUILD_TYPE=Release >/dev/null
@@ -70,6 +70,13 @@ elif grep -q -- '-Werror' build/plain/compile_commands.json ||
 else
   echo "plain Release build: no warnings, no -Werror"
   passed=$((passed + 1))
+fi
+rm -rf build/plain-install
+cmake --install build/plain --prefix build/plain-install >/dev/null
+if tests/package/check_readme_examples.sh build/plain-install build/plain-examples; then
+  passed=$((passed + 1))
+else
+  failed=$((failed + 1))
 fi
 
 step "fuzz targets, ${FUZZ_SECONDS} s each"
