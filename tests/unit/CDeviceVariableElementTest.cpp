@@ -90,6 +90,23 @@ TEST(CDeviceVariableElement, ScaledSignedValueReadsAndWrites) {
     EXPECT_EQ(Content(buffer), ByteVector({0x00, 0xFE, 0x70}));
 }
 
+TEST(CDeviceVariableElement, LongResultOfAMultiplyingTypeIsTheRawNumber) {
+    // Result type -2 with a multiplying factor: the value is the raw number as a Long, though
+    // the limits and a write still scale (20 written is raw 2, which reads as 2).
+    auto type = Integer(8, false, 0, 255);
+    type->resultType = kResultTypeLong;
+    type->factor = 10;
+    type->multiplies = true;
+    const auto buffer = Buffer({0x0A});
+    const auto element = Element(type, buffer, NewOffset(0, 0));
+    EXPECT_EQ(element->Value(), Variant(10));
+    EXPECT_EQ(element->Value(), Variant(10)) << "again, with the type's answers kept";
+    EXPECT_FLOAT_EQ(element->ScaledMax(), 2550.0F);
+    element->SetValue(0, Variant(20));
+    EXPECT_EQ(Content(buffer), ByteVector({2}));
+    EXPECT_EQ(element->Value(), Variant(2));
+}
+
 TEST(CDeviceVariableElement, WritesAreClampedToTheFieldsRange) {
     const auto percent = Integer(8, false, 0, 250);
     const auto buffer = Buffer({0, 0, 0});
