@@ -375,8 +375,18 @@ bool CDevice::WriteMemoryText(const std::string& text, const std::string& addres
 }
 
 std::string CDevice::ResolveSCPTLocation(const std::string& location) {
+    const auto connection = RequireConnection();
+    try {
+        return SearchFileDirectory(*connection, location);
+    } catch (const ComError&) {
+        // A variable list or a name the host cannot give fails the whole search.
+        return {};
+    }
+}
+
+std::string CDevice::SearchFileDirectory(INodeConnection& connection, const std::string& location) {
     std::string result;
-    const auto list = RequireConnection()->NetworkVariables();
+    const auto list = connection.NetworkVariables();
     if (!list) return result;
     for (const auto& item : list->Items()) {
         auto* variable = dynamic_cast<INodeVariable*>(item.get());

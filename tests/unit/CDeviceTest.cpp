@@ -7,7 +7,9 @@
 #include "fixtures/ErrorMatchers.h"
 #include "fixtures/FakeConnection.h"
 #include "fixtures/Scenario.h"
+#include "interfaces/CommunicationCheck.h"
 #include "interfaces/HostResources.h"
+#include "interfaces/INodeVariable.h"
 
 namespace vx {
 namespace {
@@ -320,6 +322,37 @@ TEST_F(DeviceTest, WithoutRequestAndStatusVariablesObjectRequestsDoNothing) {
     EXPECT_COM_ERROR(device->ReadMemoryText("4120"), kErrObjectNotSet);
     EXPECT_COM_ERROR(device->WriteMemoryText("x", "4120"), kErrObjectNotSet);
     EXPECT_EQ(device->Info()->Name("20"), "");  // the name members test for a connection
+}
+
+TEST_F(DeviceTest, TheDirectorySearchGivesAnEmptyTextWhenTheHostCannotListOrNameAVariable) {
+    const auto node = MinimalNode();
+    const auto directory = node->AddVariable("nvoFileDirectory", "@0|5");
+    directory->value = test::HostBytes({0x00, 0x41, 0x00});  // the directory at 4100
+    device->Connect(node, nullptr);
+    // The fake node answers a read with the request's own bytes: "00" gives the entry's first
+    // four digits.
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "0041");
+
+    struct Unnamed final : INodeVariable {
+        bool nameFails = true;
+        std::string Name() const override {
+            if (nameFails) throw test::HostTimeout();
+            return "nvoOther";
+        }
+        std::int16_t Index() const override { return 9; }
+        std::string SelfDoc() const override { return {}; }
+        std::int32_t TypeIndex() const override { return 0; }
+        std::string SelfDocName() const override { throw test::HostTimeout(); }
+        std::int32_t ByteLength() const override { return 0; }
+        bool IsOutput() const override { return true; }
+        Variant ReadValue() override { return {}; }
+        void WriteValue(const Variant&) override {}
+    };
+    const auto unnamed = std::make_shared<Unnamed>();
+    node->networkVariables->items.push_back(unnamed);
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "") << "a name the host cannot give";
+    unnamed->nameFails = false;
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "") << "a second name the host cannot give";
 }
 
 TEST(VxDefTest, EachDeviceIsNewAndUnconnected) {
