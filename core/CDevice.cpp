@@ -241,8 +241,10 @@ void CDevice::Modified(const VariablePtr& variable) {
 
 std::int32_t CDevice::StateCode() {
     if (!CurrentCommunicationCheck()->IsCommunicating(m_connection)) return kStateNotCommunicating;
-    const std::int32_t state = m_connection->NodeState();
-    return StateCodeOf(state, m_connection->Mode());
+    // A host's check may call an unconnected device communicating; there is no node to ask.
+    const auto connection = RequireConnection();
+    const std::int32_t state = connection->NodeState();
+    return StateCodeOf(state, connection->Mode());
 }
 
 std::string NodeStateText(std::int32_t nodeState, std::int32_t mode) {

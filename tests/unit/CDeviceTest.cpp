@@ -264,6 +264,18 @@ TEST_F(DeviceTest, StateFollowsNodeStateAndMode) {
     EXPECT_EQ(node->messages.back(), "51:0000:1");
 }
 
+TEST_F(DeviceTest, StateOfAnUnconnectedDeviceThatACheckCallsCommunicatingIsObjectNotSet) {
+    struct Answering final : CommunicationCheck {
+        bool IsCommunicating(const NodeConnectionPtr&) override { return true; }
+    };
+    const auto previous = InstallCommunicationCheck(std::make_shared<Answering>());
+    EXPECT_COM_ERROR(device->State(false, false), kErrObjectNotSet);
+    device->Connect(MinimalNode(), nullptr);
+    device->Disconnect();
+    EXPECT_COM_ERROR(device->State(false, false), kErrObjectNotSet);
+    InstallCommunicationCheck(previous);
+}
+
 TEST_F(DeviceTest, IdentityTextsAreEmptyWithoutAConnection) {
     EXPECT_EQ(device->ProgID(), "");
     EXPECT_EQ(device->MfgID(), "");
