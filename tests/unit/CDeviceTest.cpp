@@ -72,9 +72,19 @@ TEST_F(DeviceTest, AProfileEntryThatIsNoNumberEndsTheListQuietly) {
 }
 
 TEST_F(DeviceTest, ANodeTextWithoutProfileListFailsAtTheFirstObject) {
+    // No "@", an empty list (which splits into no entries at all) and an empty text leave the
+    // profile table without bounds.
+    for (const char* selfDoc : {"Controller without a list", "&3.4@;x", "&3.4@", "&3.4@;", ""}) {
+        const auto node = MinimalNode();
+        node->selfDoc = selfDoc;
+        EXPECT_COM_ERROR(device->Connect(node, nullptr), kErrSubscriptOutOfRange) << selfDoc;
+        EXPECT_TRUE(device->Connected()) << selfDoc;
+        EXPECT_TRUE(ObjectIds(*device).empty()) << selfDoc;
+    }
     const auto node = MinimalNode();
-    node->selfDoc = "Controller without a list";
-    EXPECT_COM_ERROR(device->Connect(node, nullptr), kErrSubscriptOutOfRange);
+    node->selfDoc = "&3.4@,8500;x";  // an empty first entry is no number: the list ends there
+    device->Connect(node, nullptr);
+    EXPECT_EQ(device->Object(1)->Profile(), CDeviceObject::ProfileCode(0));
 }
 
 TEST_F(DeviceTest, NodeWideItemsGoToObjectMinusOne) {
