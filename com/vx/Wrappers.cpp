@@ -12,6 +12,7 @@
 #include "CDevice.h"
 #include "EnumVariant.h"
 #include "Identity.h"
+#include "ParameterArray.h"
 #include "Text.h"
 #include "VxInterfaces.h"
 #include "interfaces/IOrvexAdvancedConfig.h"
@@ -324,9 +325,32 @@ public:
     }
 };
 
+// SubElement's place in the contract.
+constexpr DISPID kMemberSubElement = 1;
+
 class ElementWrapper final : public CoreWrapper<vx::IOrvexDataElement, ::IOrvexDataElement> {
 public:
     using CoreWrapper::CoreWrapper;
+
+    // SubElement takes its subscripts as a parameter array. The type description's own invoke
+    // does not pass such an array under every automation runtime (Wine's refuses none or several
+    // arguments), so a late-bound call of it gathers the arguments here.
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID iid, LCID locale, WORD flags,
+                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
+                                     UINT* badArgument) override {
+        if (member != kMemberSubElement || !IsEqualIID(iid, IID_NULL) ||
+            (flags & (DISPATCH_METHOD | DISPATCH_PROPERTYGET)) == 0) {
+            return CoreWrapper::Invoke(member, iid, locale, flags, params, result, exception,
+                                       badArgument);
+        }
+        SAFEARRAY* subscripts = nullptr;
+        const HRESULT gathered = ParameterArrayOf(params, &subscripts, badArgument);
+        if (FAILED(gathered)) return gathered;
+        ::IOrvexDataElement* element = nullptr;
+        const HRESULT outcome = SubElement(subscripts, &element);
+        SafeArrayDestroy(subscripts);
+        return ObjectInvokeResult(outcome, element, result, exception);
+    }
 
     HRESULT STDMETHODCALLTYPE SubElement(SAFEARRAY* subscripts,
                                          ::IOrvexDataElement** element) override {
