@@ -7,6 +7,7 @@ void LateBound();
 void Events();
 void Identity();
 void ByteArrays();
+void TypeLibraryNames();
 void Unload();
 
 }  // namespace cases

@@ -21,6 +21,7 @@ int main() {
     check::RunCase("device events", cases::Events);
     check::RunCase("COM identity", cases::Identity);
     check::RunCase("byte arrays and sub-elements", cases::ByteArrays);
+    check::RunCase("names in the type libraries", cases::TypeLibraryNames);
     // Last: it needs every object of the cases before it released.
     check::RunCase("unloading the servers", cases::Unload);
     const int exitCode = check::Finish();
