@@ -3,6 +3,7 @@
 namespace cases {
 
 void EarlyBound();
+void DeviceConversions();
 void LateBound();
 void Events();
 void Identity();

@@ -17,6 +17,7 @@ int main() {
         return check::Finish();
     }
     check::RunCase("early-bound calls", cases::EarlyBound);
+    check::RunCase("the device's own conversions", cases::DeviceConversions);
     check::RunCase("late-bound calls and error information", cases::LateBound);
     check::RunCase("device events", cases::Events);
     check::RunCase("COM identity", cases::Identity);

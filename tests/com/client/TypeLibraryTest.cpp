@@ -168,6 +168,8 @@ void DocumentedNames(ITypeLib* library) {
         {L"IOrvexDeviceInfo", {L"State", L"bDiscovering", L"bAllowPing"}},
         {L"INodeConnection", {L"SendNetworkMessage", L"Code", L"Data", L"Length", L"Succeeded"}},
         {L"INodeVariable", {L"WriteValue", L"Bytes"}},
+        {L"_CDevice", {L"PIUnsignedTwoBytesToSingle", L"HighByte", L"LowByte"}},
+        {L"_CDevice", {L"PIConvertBinaryToHexString", L"vByteStream"}},
     };
     for (const auto& [interfaceName, names] : documented) {
         CHECK_EQ(Leading(StoredNames(library, interfaceName, names.front().c_str()), names.size()),

@@ -1,6 +1,7 @@
-' Members a script reaches only through late binding: a parameter array of subscripts.
+' Members a script reaches only through late binding: a parameter array of subscripts, and the
+' device's own conversions beside its IOrvexDevice members.
 
-Dim node, device, setpoints, message
+Dim node, device, setpoints, message, found, bytes
 
 Set device = ConnectDefault(node)
 
@@ -37,6 +38,25 @@ BeginCase "a sub-element from a parameter array writes the node's bytes"
 message.SubElement("ascii_", 2).Value = Asc("W")
 device.Object(0).Variable("nvoAlarmMessage").Download 0, True
 CheckEqual Mid(node.Value("nvoAlarmMessage"), 1, 8), "3020576F", "the third byte is W now"
+
+BeginCase "the device's own conversions beside its interface members"
+CheckEqual device.PIUnsignedTwoBytesToSingle(1, 2), CSng(258), "high byte 1, low byte 2"
+CheckEqual device.PIUnsignedTwoBytesToSingle(&H12, &HAB), CSng(4779), "two full bytes"
+CheckEqual device.PIUnsignedTwoBytesToSingle(0, 0), CSng(0), "zero"
+On Error Resume Next
+found = device.PIUnsignedTwoBytesToSingle(256, 0)
+CheckEqual Err.Number, CLng(6), "a high byte of 256 is no Byte: overflow"
+Err.Clear
+On Error GoTo 0
+bytes = node.SaveConfiguration().Item("nciSetpoints.20").Value
+CheckEqual VarType(bytes), vbArray + vbByte, "a host configuration value is an array of Byte"
+CheckEqual device.PIConvertBinaryToHexString(bytes), node.Value("nciSetpoints"), _
+    "bytes as hexadecimal text"
+CheckEqual device.PIConvertBinaryToHexString("0102"), "", "a text is no byte stream"
+CheckEqual device.PIConvertBinaryToHexString(Empty), "", "nor is Empty"
+' The same object still answers its interface's members.
+CheckEqual device.Connected, True, "Connected through the same object"
+CheckEqual device.Info.State, "Configured/Online", "and its Info"
 
 device.Disconnect
 Finish
