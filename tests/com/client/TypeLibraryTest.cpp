@@ -148,7 +148,7 @@ std::vector<DISPID> IdsOf(IDispatch* object, Names names) {
 }
 
 void DocumentedNames(ITypeLib* library) {
-    // Member names that parameters of the same spelling in another case used to take over.
+    // Member names that parameters spelled alike in another case would respell.
     CHECK_EQ(Leading(StoredNames(library, L"IOrvexVariable", L"Category"), 1),
              (Names{L"Category"}));
     CHECK_EQ(Leading(StoredNames(library, L"INodeVariableList", L"Count"), 1), (Names{L"Count"}));
