@@ -264,9 +264,11 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
     UseStandardTypes();
 
     std::optional<ComError> connectError;
+    std::string stoppedAt;
     const auto reportConnectError = [&](bool shown) {
         if (!connectError) return;
         err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError) << "\n";
+        if (!stoppedAt.empty()) err << "vxctl: it stopped at " << stoppedAt << "\n";
         if (shown) err << "vxctl: shown is what was loaded before it stopped\n";
     };
     const auto printMessage = [&](const std::string& message) {
@@ -280,9 +282,11 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         } else {
             Session session(line.device, progress);
             connectError = session.ConnectError();
+            stoppedAt = session.ConnectStoppedAt();
             outcome = action(session);
         }
         if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
+        if (!stoppedAt.empty()) outcome.json["connectError"]["stoppedAt"] = stoppedAt;
         out << (line.json ? outcome.json.dump(2) + "\n" : outcome.text);
         for (const auto& note : outcome.notes)
             err << "vxctl: " << note << "\n";
@@ -294,6 +298,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         if (line.json) {
             Json document = {{"error", ErrorJson(error)}};
             if (connectError) document["connectError"] = ErrorJson(*connectError);
+            if (!stoppedAt.empty()) document["connectError"]["stoppedAt"] = stoppedAt;
             out << document.dump(2) << "\n";
         }
         err << "vxctl: " << ErrorText(error) << "\n";
