@@ -181,26 +181,25 @@ TEST(VxctlValues, WhatTheLibraryStillChangesIsSaidInTextAndJson) {
 // ---- What is shown ----------------------------------------------------------------------------
 
 TEST(VxctlValues, FieldsShowTheirUnitsTheirOwnBytesAndTextsAsText) {
-    const Json setpoint = Json::parse(Vxctl({"--json", "get", "nciSetpoints.occupied_cool"}).out);
+    Json setpoint = Json::parse(Vxctl({"--json", "get", "nciSetpoints.occupied_cool"}).out);
     EXPECT_EQ(setpoint["units"], "degrees Celsius");
     EXPECT_EQ(setpoint["raw"], "0960");  // 24.00, the field's two bytes
     EXPECT_EQ(setpoint["variableRaw"], "09600A280AF00834076C0640");
     EXPECT_TRUE(
         Contains(Vxctl({"get", "nciSetpoints"}).out, "occupied_cool    24 degrees Celsius"));
 
-    const Json alarm =
-        Json::parse(Vxctl({"--device", kRoomSensor, "--json", "get", "nvoAlarm"}).out);
+    Json alarm = Json::parse(Vxctl({"--device", kRoomSensor, "--json", "get", "nvoAlarm"}).out);
     EXPECT_EQ(alarm["value"]["description"], "Hello");
     EXPECT_EQ(Vxctl({"--device", kRoomSensor, "get", "nvoAlarm.description"}).out,
               "nvoAlarm.description = \"Hello\"\n");
-    const Json written = Json::parse(
+    Json written = Json::parse(
         Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.description", "Fire 2.14"}).out);
     EXPECT_EQ(written["value"], "Fire 2.14");
     EXPECT_EQ(written["raw"], "4669726520322E3134" + std::string(26, '0'));
 
     // Configuration items carry their item key, network variables their index.
-    const Json objects = Json::parse(Vxctl({"--json", "objects"}).out);
-    const Json& room = objects["objects"][1]["variables"];
+    Json objects = Json::parse(Vxctl({"--json", "objects"}).out);
+    Json room = objects["objects"][1]["variables"];
     EXPECT_EQ(room[17]["name"], "nciConfigCRC");
     EXPECT_EQ(room[17]["item"], "3-1");
     EXPECT_FALSE(room[17].contains("nvIndex"));
@@ -214,7 +213,7 @@ TEST(VxctlDeviceFiles, ShowInputsProfilesAndBlocksAsTheFileDescribesThem) {
     EXPECT_TRUE(Contains(text.out, "├─ object 2: profile 4 Lamp\n"));
     EXPECT_TRUE(Contains(text.out, "└─ object 7: profile 1 Joystick\n"));
 
-    const Json json =
+    Json json =
         Json::parse(Vxctl({"--device", Xif("6kEvbMultiSensor.XIF"), "--json", "objects"}).out);
     EXPECT_EQ(json["objects"][3]["functionalProfile"], 2);
     EXPECT_EQ(json["objects"][3]["blockName"], "Switch");
@@ -222,15 +221,14 @@ TEST(VxctlDeviceFiles, ShowInputsProfilesAndBlocksAsTheFileDescribesThem) {
     EXPECT_EQ(json["objects"][3]["variables"][0]["category"], 512);  // the library's own reading
 
     // The node has every object it lists, counted blocks too.
-    const Json status =
+    Json status =
         Json::parse(Vxctl({"--device", Xif("6kEvbMultiSensor.XIF"), "--json", "status"}).out);
     ASSERT_EQ(status["objects"].size(), 8u);
     for (const auto& object : status["objects"])
         EXPECT_EQ(object["flags"], Json::array()) << object.dump();
 
     // Blocks without variables are listed too: the library holds objects with variables only.
-    const Json info =
-        Json::parse(Vxctl({"--device", Xif("NM_DynamicC.xif"), "--json", "info"}).out);
+    Json info = Json::parse(Vxctl({"--device", Xif("NM_DynamicC.xif"), "--json", "info"}).out);
     EXPECT_EQ(info["objects"], Json::parse("[0]"));
     ASSERT_EQ(info["functionalBlocks"].size(), 65u);
     EXPECT_EQ(
@@ -251,7 +249,7 @@ TEST(VxctlDeviceFiles, AConnectThatStopsNamesTheVariableItStoppedAt) {
                          "self-documentation \"\"), which the library could not give "
                          "an object\n"))
         << text.err;
-    const Json json = Json::parse(Vxctl({"--device", Xif("VAV_sim.XIF"), "--json", "info"}).out);
+    Json json = Json::parse(Vxctl({"--device", Xif("VAV_sim.XIF"), "--json", "info"}).out);
     EXPECT_EQ(json["connectError"]["number"], 9);
     EXPECT_TRUE(Contains(json["connectError"]["stoppedAt"], "nvoVersion (nv 14"));
     // A connect that stops for another reason names the library's variable itself.
@@ -326,7 +324,7 @@ TEST(VxctlValuesOverLonIp, ValuesGoOverTheNetworkAsInProcess) {
     std::vector<std::string> refused = {"--device", "lonip://" + node, "--local", host,
                                         "set",      "nviSetpoint",     "1000"};
     EXPECT_EQ(Vxctl(refused).exitCode, 2);
-    const Json held = Json::parse(
+    Json held = Json::parse(
         Vxctl({"--device", "lonip://" + node, "--local", host, "--json", "get", "nviSetpoint"})
             .out);
     EXPECT_EQ(held["raw"], "08AE");  // 72 F from the first line
