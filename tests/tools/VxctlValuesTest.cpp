@@ -197,6 +197,14 @@ TEST(VxctlValues, FieldsShowTheirUnitsTheirOwnBytesAndTextsAsText) {
     EXPECT_EQ(written["value"], "Fire 2.14");
     EXPECT_EQ(written["raw"], "4669726520322E3134" + std::string(26, '0'));
 
+    // A 32-bit field, whose limits the element cannot hold in its Long, is written all the same.
+    Json time = Json::parse(
+        Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.alarm_time", "2147483647"}).out);
+    EXPECT_EQ(time["raw"], "7FFFFFFF");
+    EXPECT_TRUE(Contains(
+        Vxctl({"--device", kRoomSensor, "set", "nvoAlarm.alarm_time", "4294967295"}).err,
+        "4294967295 is outside the range of SNVT_alarm_2.alarm_time; it takes 0 to 2147483647"));
+
     // Configuration items carry their item key, network variables their index.
     Json objects = Json::parse(Vxctl({"--json", "objects"}).out);
     Json room = objects["objects"][1]["variables"];

@@ -602,7 +602,7 @@ Outcome Set(Session& session, std::string_view path, std::string_view value,
     if (rawBytes) {
         variable.ValueBuffer()->SetBytes(ByteArray(0, *rawBytes));
     } else {
-        ApplyWrites(variable, writes);
+        ApplyWrites(writes);
     }
 
     Json sent;

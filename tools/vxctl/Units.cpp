@@ -130,6 +130,9 @@ std::optional<double> ConvertUnits(double value, std::string_view fromUnit,
     const Unit* from = FindUnit(Trimmed(fromUnit));
     const Unit* to = FindUnit(Trimmed(toUnits));
     if (from == nullptr || to == nullptr || from->dimension != to->dimension) return std::nullopt;
+    // Values kept in kelvins are mostly differences (a setpoint adjustment): whether a value in
+    // degrees is one cannot be told, so only kelvins go into kelvins.
+    if (to->aliases.front() == "K" && from != to) return std::nullopt;
     const double fromOffset = difference ? 0 : from->offset;
     const double toOffset = difference ? 0 : to->offset;
     return (value + fromOffset) * from->factor / to->factor - toOffset;

@@ -74,6 +74,10 @@ std::optional<IntegerScale> IntegerScaleOf(const IOrvexTypedef& type) {
 
 // Seven significant digits: what a Single carries, without the noise of a double's tail.
 std::string Number(double value) {
+    constexpr double kWholeNumbersUpTo = 1e15;
+    if (value == std::floor(value) && std::abs(value) < kWholeNumbersUpTo) {
+        return fmt::format("{}", static_cast<std::int64_t>(value));
+    }
     return fmt::format("{:.7g}", value);
 }
 
@@ -459,7 +463,7 @@ std::vector<ElementWrite> PlanWrites(const DataElementPtr& element, std::string_
     return writes;
 }
 
-void ApplyWrites(CDeviceVariable& variable, const std::vector<ElementWrite>& writes) {
+void ApplyWrites(const std::vector<ElementWrite>& writes) {
     for (const auto& write : writes) {
         if (write.characters) {
             // Through the buffer: the element would lift the terminating zeros to a blank.
@@ -469,12 +473,20 @@ void ApplyWrites(CDeviceVariable& variable, const std::vector<ElementWrite>& wri
                 CDataOffset at;
                 at.SetByteOffset(static_cast<std::uint8_t>(concrete->Offset()->ByteOffset() + i));
                 at.SetBitOffset(0);
-                variable.ValueBuffer()->SetUInt8(at, (*write.characters)[i]);
+                concrete->Buffer()->SetUInt8(at, (*write.characters)[i]);
             }
         } else if (write.value.value.Type() == vbLong &&
                    write.element->Typedef()->TypeCategory() == kCategoryInteger) {
-            // The raw number, as checked: no second rounding through a Single.
-            write.element->SetUnScaledValue(write.entry, CLng(write.value.value));
+            // The raw number, checked against the type's range above, goes to the codec: the
+            // element would round it a second time through a Single, and cannot take any value
+            // of a 32-bit field, whose limits overflow its Long.
+            const auto* concrete = dynamic_cast<const CDeviceVariableElement*>(write.element.get());
+            if (concrete == nullptr) {
+                write.element->SetUnScaledValue(write.entry, CLng(write.value.value));
+            } else {
+                concrete->Buffer()->SetLong(*write.element->Typedef(), concrete->Offset(),
+                                            write.entry, CLng(write.value.value));
+            }
         } else {
             write.element->SetValue(write.entry, write.value.value);
         }

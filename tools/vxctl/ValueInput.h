@@ -58,8 +58,8 @@ struct ElementWrite {
 std::vector<ElementWrite> PlanWrites(const DataElementPtr& element, std::string_view text,
                                      const std::string& shown);
 
-// Stores the planned writes into the variable's value buffer.
-void ApplyWrites(CDeviceVariable& variable, const std::vector<ElementWrite>& writes);
+// Stores the planned writes into the value buffer the elements share.
+void ApplyWrites(const std::vector<ElementWrite>& writes);
 
 // Bytes for a value without a known type: "0x0102" or "01 02"; exactly `length` of them.
 std::vector<std::uint8_t> RawBytesInput(std::string_view text, std::size_t length,
