@@ -422,6 +422,12 @@ bool IsWholeNumber(std::string_view text) {
 
 }  // namespace
 
+std::string ParameterRangeText(const std::string& command, std::size_t parameter) {
+    const auto ranges = ParameterRanges(command);
+    if (parameter >= ranges.size()) return {};
+    return fmt::format("{} to {}", ranges[parameter].low, ranges[parameter].high);
+}
+
 const std::vector<FamilyCommand>& FamilyCommands() {
     static const std::vector<FamilyCommand> commands = [] {
         std::vector<FamilyCommand> described;
