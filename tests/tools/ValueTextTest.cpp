@@ -46,6 +46,16 @@ TEST(ValueText, CommandLineValuesBecomeWhatTheElementTakes) {
     EXPECT_EQ(InputValue(*percent, "42.5"), Variant(std::string("42.5")));
 }
 
+TEST(ValueText, AValueWithItsUnitsForPeople) {
+    DecodedValue setpoints;
+    DecodedValue cool{"occupied_cool", 24.0, "24 degrees Celsius", {}};
+    DecodedValue heat{"occupied_heat", 21.0, "21 degrees Celsius", {}};
+    setpoints.fields = {cool, heat};
+    EXPECT_EQ(ValueWithUnits(setpoints),
+              "occupied_cool 24 degrees Celsius; occupied_heat 21 degrees Celsius");
+    EXPECT_EQ(ValueWithUnits(cool), "24 degrees Celsius");
+}
+
 TEST(ValueText, ARunTimeErrorGivesItsDecimalNumberToo) {
     EXPECT_EQ(ErrorText(ComError(kErrTypeMismatch, "Vx", "Type mismatch")),
               "error 13 = 0x0000000D (Vx): Type mismatch");

@@ -232,6 +232,10 @@ std::string ValueWithUnits(const DecodedValue& decoded) {
     return fmt::format("{}", fmt::join(parts, "; "));
 }
 
+std::string ValueWithUnits(const DataElementPtr& element) {
+    return ValueWithUnits(DecodeElement(element));
+}
+
 std::string ErrorText(const ComError& error) {
     const auto number = static_cast<std::uint32_t>(error.Number());
     const std::string hex = fmt::format("0x{:08X}", number);

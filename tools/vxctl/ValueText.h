@@ -66,6 +66,8 @@ std::string RawHex(CDeviceVariable& variable, const DataElementPtr& element,
 // A value as people read it, with its units: "21.35 degrees Celsius", "HVAC_COOL", "\"Hello\"";
 // a structure's fields as "name value" pairs joined by "; ".
 std::string ValueWithUnits(const DecodedValue& decoded);
+// The same for an element of a loaded value (a whole value or a field). Errors of the element pass.
+std::string ValueWithUnits(const DataElementPtr& element);
 
 // "error 0x80040201 (source): description"; run-time errors also give their decimal number.
 std::string ErrorText(const ComError& error);
