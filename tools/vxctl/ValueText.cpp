@@ -41,7 +41,8 @@ Json JsonOf(const Variant& value) {
 std::string ScalarText(IOrvexDataElement& element, const IOrvexTypedef& type, const Variant& value,
                        std::int32_t arrayIndex) {
     if (value.Type() == vbBoolean) return *value.Get<bool>() ? "true" : "false";
-    if (value.IsString()) return "\"" + Utf8FromLatin1(*value.Get<std::string>()) + "\"";
+    // fmt rather than +: g++ 12 at -O3 misreads the concatenation as an overlapping copy.
+    if (value.IsString()) return fmt::format("\"{}\"", Utf8FromLatin1(*value.Get<std::string>()));
     if (value.Type() == vbLong || value.Type() == vbInteger) {
         if (std::string member = type.EnumMemberName(CLng(value)); !member.empty()) return member;
     }
@@ -158,7 +159,7 @@ DecodedValue DecodeElement(const DataElementPtr& element) {
     if (last >= 0 && IsCharacterArray(*element)) {
         if (auto text = CharacterText(*element)) {
             decoded.json = Utf8FromLatin1(*text);
-            decoded.text = "\"" + Utf8FromLatin1(*text) + "\"";
+            decoded.text = fmt::format("\"{}\"", Utf8FromLatin1(*text));
             return decoded;
         }
     }
@@ -175,7 +176,7 @@ DecodedValue DecodeElement(const DataElementPtr& element) {
         decoded.json.push_back(JsonOf(value));
         texts.push_back(ScalarText(*element, *type, value, entry));
     }
-    decoded.text = "[" + fmt::format("{}", fmt::join(texts, ", ")) + "]";
+    decoded.text = fmt::format("[{}]", fmt::join(texts, ", "));
     return decoded;
 }
 
