@@ -88,6 +88,7 @@ TEST(Units, ANumberAndItsUnitAreConvertedIntoTheTypesUnits) {
     EXPECT_FALSE(ConvertUnits(5, "F", "K"));
     EXPECT_NEAR(*ConvertUnits(5, "K", "K"), 5, 1e-9);
     EXPECT_EQ(ConvertibleUnits("degrees Celsius"), "C, F, K");
+    EXPECT_EQ(ConvertibleUnits("K"), "K");
 }
 
 TEST(Suggest, TheClosestNamesWithinASlip) {

@@ -141,6 +141,7 @@ std::optional<double> ConvertUnits(double value, std::string_view fromUnit,
 std::string ConvertibleUnits(std::string_view toUnits) {
     const Unit* to = FindUnit(Trimmed(toUnits));
     if (to == nullptr) return {};
+    if (to->aliases.front() == "K") return "K";  // as ConvertUnits: kelvins only into kelvins
     std::string list;
     for (const auto& unit : UnitTable()) {
         if (unit.dimension != to->dimension) continue;
