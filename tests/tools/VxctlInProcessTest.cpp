@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "ConfigCommands.h"
 #include "ConfigFile.h"
 #include "DefaultController.h"
 #include "Operations.h"

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "ConfigCommands.h"
 #include "Discover.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
