@@ -22,6 +22,8 @@ struct Outcome {
     Json json = Json::object();
     std::string text;
     std::string failure;
+    // The exit code when `failure` is set (Vxctl.h).
+    int failureCode = 1;
     // Said on stderr whatever the output form; the run still succeeds.
     std::vector<std::string> notes;
 };

@@ -10,6 +10,7 @@
 
 #include "ConfigCommands.h"
 #include "Discover.h"
+#include "Interrupt.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
 
@@ -57,6 +58,7 @@ struct CommandLine {
     std::string request;
     std::int32_t level = 2;
     std::string file;
+    RestoreOptions restore;
     std::map<std::string, std::vector<std::int32_t>> commandArguments;
     std::vector<std::int32_t> commandData;
 };
@@ -230,15 +232,29 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
     runs(download, [&line, downloadObject](Session& session) {
         return ConfigDownload(session, line.level, Given(downloadObject, line.object));
     });
-    auto* save = config->add_subcommand("save", "write the configuration to a JSON file");
+    auto* save = config->add_subcommand(
+        "save", "write the configuration to a JSON file: raw bytes with engineering values");
     save->add_option("FILE", line.file, "the file")->required();
     runs(save, [&line](Session& session) { return ConfigSave(session, line.file); });
     auto* restore = config->add_subcommand(
-        "restore", "import a saved configuration, download it and read it back");
+        "restore",
+        "check a saved configuration against the controller, then write what differs, download "
+        "it and read it back; a file that does not fit is refused before anything is sent");
     restore->add_option("FILE", line.file, "a file written by config save")
         ->required()
         ->check(CLI::ExistingFile);
-    runs(restore, [&line](Session& session) { return ConfigRestore(session, line.file); });
+    restore->add_flag("--dry-run", line.restore.dryRun,
+                      "show what would change, field by field, and send nothing");
+    restore->add_flag("--skip-unknown", line.restore.skipUnknown,
+                      "restore the rest of a file that holds values the controller does not have");
+    runs(restore,
+         [&line](Session& session) { return ConfigRestore(session, line.file, line.restore); });
+    auto* diff = config->add_subcommand(
+        "diff", "compare a saved configuration with the controller, field by field");
+    diff->add_option("FILE", line.file, "a file written by config save")
+        ->required()
+        ->check(CLI::ExistingFile);
+    runs(diff, [&line](Session& session) { return ConfigDiff(session, line.file); });
 
     auto* discover = app.add_subcommand(
         "discover", "the LON/IP nodes that answer on a range of addresses (needs no --device)");
@@ -260,6 +276,7 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
 int Execute(const Action& action, const StandaloneAction& standalone, const CommandLine& line,
             std::ostream& out, std::ostream& err, bool terminal) {
     Progress progress(terminal ? &err : nullptr);
+    const InterruptibleClockGuard interruptible;
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
     UseStandardTypes();
@@ -282,6 +299,11 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
             Session session(line.device, progress);
             connectError = session.ConnectError();
             outcome = action(session);
+            if (session.ResetUnfinished() && outcome.failure.empty()) {
+                outcome.failure =
+                    "the controller still reported its application reset after the wait of 90 s";
+                outcome.failureCode = kExitNotDone;
+            }
         }
         if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
         out << (line.json ? outcome.json.dump(2) + "\n" : outcome.text);
@@ -289,7 +311,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
             err << "vxctl: " << note << "\n";
         if (!outcome.failure.empty()) err << "vxctl: " << outcome.failure << "\n";
         reportConnectError(true);
-        if (!outcome.failure.empty()) return kExitFailure;
+        if (!outcome.failure.empty()) return outcome.failureCode;
         return connectError ? kExitPartial : kExitSuccess;
     } catch (const ComError& error) {
         if (line.json) {
@@ -300,10 +322,25 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         err << "vxctl: " << ErrorText(error) << "\n";
         reportConnectError(false);
         return kExitFailure;
+    } catch (const DownloadStopped& stopped) {
+        if (line.json) {
+            Json document = {{"error", stopped.Error() ? ErrorJson(*stopped.Error())
+                                                       : Json{{"message", stopped.what()}}}};
+            document["error"]["downloadClosed"] = stopped.PhaseClosed();
+            out << document.dump(2) << "\n";
+        }
+        err << "vxctl: " << stopped.what() << "\nvxctl: " << stopped.PhaseText() << "\n";
+        return stopped.Error() ? kExitFailure : kExitInterrupted;
+    } catch (const Interrupted& stop) {
+        printMessage(std::string(stop.what()) + "; nothing was left open");
+        return kExitInterrupted;
     } catch (const UsageError& error) {
         printMessage(error.what());
         err << kHint << "\n";
         return kExitUsage;
+    } catch (const FileRefused& error) {
+        printMessage(error.what());
+        return kExitFileRefused;
     } catch (const ToolError& error) {
         printMessage(error.what());
         reportConnectError(false);
