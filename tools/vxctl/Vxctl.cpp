@@ -13,6 +13,7 @@
 #include "Interrupt.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
+#include "Watch.h"
 
 namespace vx::vxctl {
 namespace {
@@ -59,6 +60,8 @@ struct CommandLine {
     std::int32_t level = 2;
     std::string file;
     RestoreOptions restore;
+    WatchOptions watch;
+    std::ostream* out = nullptr;  // where a command that streams writes as it goes
     std::map<std::string, std::vector<std::int32_t>> commandArguments;
     std::vector<std::int32_t> commandData;
 };
@@ -256,6 +259,28 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
         ->check(CLI::ExistingFile);
     runs(diff, [&line](Session& session) { return ConfigDiff(session, line.file); });
 
+    auto* watch = app.add_subcommand(
+        "watch", "read values again every interval: one line for each change, with its time");
+    watch->add_option("NAME", line.watch.names, "variable[.field...][[entry]], one or more")
+        ->required();
+    auto* watchObject = watch->add_option("--object", line.object, "the object that holds them");
+    watch->add_option("--interval", line.watch.intervalSeconds, "seconds between reads")
+        ->check(CLI::Range(kShortestWatchInterval, kLongestWatchInterval))
+        ->capture_default_str();
+    watch->add_option("--count", line.watch.count, "stop after N reads (default: until Ctrl-C)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    watch
+        ->add_option("--format", line.watch.format,
+                     "text, csv (a header, then time,name,value,raw) or jsonl (one JSON object "
+                     "a line); --json gives one document at the end instead")
+        ->check(CLI::IsMember({"text", "csv", "jsonl"}))
+        ->capture_default_str();
+    runs(watch, [&line, watchObject](Session& session) {
+        line.watch.object = Given(watchObject, line.object);
+        return Watch(session, line.watch, *line.out, line.json);
+    });
+
     auto* discover = app.add_subcommand(
         "discover", "the LON/IP nodes that answer on a range of addresses (needs no --device)");
     discover->add_option("--range", line.range, "FIRST-LAST, IPv4, at most 1024 addresses")
@@ -353,6 +378,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
 int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
         bool terminal) {
     CommandLine line;
+    line.out = &out;
     Action action;
     StandaloneAction standalone;
     CLI::App app(kDescription, "vxctl");
