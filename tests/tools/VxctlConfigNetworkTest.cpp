@@ -7,7 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <map>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -64,20 +64,24 @@ protected:
         return std::make_unique<test::ChildProcess>(VXCTL_PROGRAM, OnNode(arguments),
                                                     folder.NextOutput("vxctl"));
     }
-    // The node's configuration saved, with `change` applied to the file's JSON.
-    fs::path SavedFile(const std::function<void(Json&)>& change) {
+    // The node's configuration as saved, written back in the first format (which every restore
+    // reads) with `changes` to its raw values; a change of a key the node does not have adds it.
+    fs::path SavedFile(const std::map<std::string, std::string>& changes) {
         const fs::path path = folder.NextOutput("saved").string() + ".json";
         const Finished save = Vxctl(OnNode({"config", "save", path.string()}));
         EXPECT_EQ(save.exitCode, 0) << save.err;
-        Json file = Json::parse(test::ReadFile(path));
-        change(file);
-        std::ofstream(path) << file.dump(2);
+        const Json saved = Json::parse(test::ReadFile(path));
+        Json configuration = saved.value("configuration", Json::object());
+        for (const auto& value : saved.value("values", Json::array()))
+            configuration[value["key"].get<std::string>()] = value["raw"];
+        for (const auto& [key, raw] : changes)
+            configuration[key] = raw;
+        std::ofstream(path) << Json{
+            {"version", 1},
+            {"programId", saved["programId"]},
+            {"configuration",
+             configuration}}.dump(2);
         return path;
-    }
-    static void SetRaw(Json& file, const std::string& key, const std::string& raw) {
-        for (auto& value : file["values"]) {
-            if (value["key"] == key) value["raw"] = raw;
-        }
     }
 
     const std::string node = test::TestLoopback(NextNodeOctet());
@@ -89,11 +93,9 @@ protected:
 
 TEST_F(VxctlConfigOverLonIp, AFileThatDoesNotFitIsRefusedAndTheNodeKeepsItsConfiguration) {
     Serve();
-    const fs::path original = SavedFile([](Json&) {});
-    const fs::path wrong = SavedFile([](Json& file) {
-        SetRaw(file, "3-2", std::string(48, '1'));  // an item: it would be written first
-        SetRaw(file, "nciMaxFlow.30", "011800");    // one byte too long
-    });
+    const fs::path original = SavedFile({});
+    // An item, which would be written first, and a value one byte too long.
+    const fs::path wrong = SavedFile({{"3-2", std::string(48, '1')}, {"nciMaxFlow.30", "011800"}});
     const Finished refused = Vxctl(OnNode({"config", "restore", wrong.string()}));
     EXPECT_EQ(refused.exitCode, 5) << refused.err;
     EXPECT_NE(refused.err.find("does not fit this controller, nothing was sent: nciMaxFlow.30 is "
@@ -106,10 +108,7 @@ TEST_F(VxctlConfigOverLonIp, AFileThatDoesNotFitIsRefusedAndTheNodeKeepsItsConfi
 
     // Keys the controller does not have are named, and nothing is restored without
     // --skip-unknown.
-    const fs::path unknown = SavedFile([](Json& file) {
-        SetRaw(file, "nciMaxFlow.30", "0118");
-        file["values"].push_back({{"key", "nciGhost.77"}, {"raw", "01"}});
-    });
+    const fs::path unknown = SavedFile({{"nciMaxFlow.30", "0118"}, {"nciGhost.77", "01"}});
     const Finished named = Vxctl(OnNode({"--json", "config", "restore", unknown.string()}));
     EXPECT_EQ(named.exitCode, 5);
     EXPECT_NE(named.err.find("holds 1 values this controller does not have, nothing was sent: "
@@ -126,11 +125,8 @@ TEST_F(VxctlConfigOverLonIp, AFileThatDoesNotFitIsRefusedAndTheNodeKeepsItsConfi
 
 TEST_F(VxctlConfigOverLonIp, ARestoreTheNetworkStopsListsWhatArrivedAndClosesThePhase) {
     Serve({"--fault", "WriteValue:nciMaxFlow=-1"});
-    const fs::path file = SavedFile([](Json& saved) {
-        SetRaw(saved, "0-1", "0200");
-        SetRaw(saved, "nciMinFlow.29", "0046");
-        SetRaw(saved, "nciMaxFlow.30", "0118");
-    });
+    const fs::path file =
+        SavedFile({{"0-1", "0200"}, {"nciMinFlow.29", "0046"}, {"nciMaxFlow.30", "0118"}});
     const Finished run =
         Vxctl(OnNode({"--json", "--timeout", "50", "config", "restore", file.string()}));
     EXPECT_EQ(run.exitCode, 6) << run.err;
@@ -145,7 +141,7 @@ TEST_F(VxctlConfigOverLonIp, ARestoreTheNetworkStopsListsWhatArrivedAndClosesThe
 
 TEST_F(VxctlConfigOverLonIp, ADryRunShowsTheChangesAndTheNodeKeepsItsValues) {
     Serve();
-    const fs::path file = SavedFile([](Json& saved) { SetRaw(saved, "nciMaxFlow.30", "0118"); });
+    const fs::path file = SavedFile({{"nciMaxFlow.30", "0118"}});
     const Finished dry = Vxctl(OnNode({"config", "restore", "--dry-run", file.string()}));
     EXPECT_EQ(dry.exitCode, 0) << dry.err;
     EXPECT_EQ(dry.out,
