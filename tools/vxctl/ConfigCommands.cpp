@@ -108,6 +108,7 @@ Comparison Compare(const std::vector<DeviceVariablePtr>& variables,
 
     Comparison compared;
     std::unordered_set<const SavedValue*> used;
+    used.reserve(variables.size());
     for (const auto& variable : variables) {
         const std::string key = ConfigKey(*variable);
         const auto found = byKey.find(key);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <unordered_set>
 
 #include <fmt/format.h>
@@ -136,7 +137,8 @@ SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std
         Malformed(path, "\"values\" is missing or no array");
     }
     saved.values.reserve(values->size());
-    std::unordered_set<std::string> keys;
+    std::unordered_set<std::string_view> keys;  // into saved.values, reserved not to move
+    keys.reserve(values->size());
     for (std::size_t i = 0; i < values->size(); ++i) {
         const ReadJson& entry = (*values)[i];
         const std::string where = fmt::format("values[{}]: ", i);
@@ -145,7 +147,7 @@ SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std
         SavedValue value;
         value.key = Text(entry, "key", where, path, true);
         if (value.key.empty()) Malformed(path, where + "the key is empty");
-        if (!keys.insert(value.key).second) {
+        if (keys.contains(value.key)) {
             Malformed(path,
                       fmt::format("{}key \"{}\" is given twice", where, Utf8FromLatin1(value.key)));
         }
@@ -159,6 +161,7 @@ SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std
         value.name = Text(entry, "name", where, path, false);
         value.type = Text(entry, "type", where, path, false);
         saved.values.push_back(std::move(value));
+        keys.insert(saved.values.back().key);
     }
     return saved;
 }
