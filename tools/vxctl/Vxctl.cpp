@@ -39,7 +39,11 @@ constexpr const char* kFooter =
     "Exit codes: 0 done; 1 a library error (number, source and description are printed) or the "
     "controller did not do what was asked; 2 a command line that cannot be meant; 3 the connect "
     "stopped part-way: the command ran on what was loaded, and the failure is printed. A node "
-    "that does not answer is a failure (1); a malformed lonip:// address, a usage error (2).";
+    "that does not answer is a failure (1); a malformed lonip:// address, a usage error (2). "
+    "4 nothing raised but the controller did not do what was asked (a reset still running after "
+    "the wait, a restored value that did not read back); 5 a configuration file that cannot be "
+    "read or does not fit the controller, nothing sent; 6 a restore that stopped part-way, what "
+    "arrived listed; 130 SIGINT or SIGTERM, what may be left open said.";
 
 // Everything the command line can give.
 struct CommandLine {
