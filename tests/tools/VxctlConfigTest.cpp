@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 #include <string>
@@ -21,6 +23,7 @@
 #include "SavedConfiguration.h"
 #include "SimulatedNode.h"
 #include "Vxctl.h"
+#include "Watch.h"
 #include "automation/Clock.h"
 #include "fixtures/Scenario.h"
 
@@ -277,6 +280,65 @@ TEST_F(VxctlConfig, ARestartThatNeverEndsIsReportedAsNotDone) {
                    endsOut, endsErr),
         kExitSuccess)
         << endsErr.str();
+}
+
+// ---- Watch ---------------------------------------------------------------------------------
+
+// Sleeps on a virtual clock; before the sleep numbered `at` (from 1) runs `action`.
+class ActingClock final : public Clock {
+public:
+    ActingClock(std::uint32_t at, std::function<void()> action)
+        : m_at(at), m_action(std::move(action)) {}
+    void Sleep(std::uint32_t milliseconds) override {
+        if (++m_calls == m_at) m_action();
+        m_inner.Sleep(milliseconds);
+    }
+    std::chrono::system_clock::time_point Now() override { return m_inner.Now(); }
+
+private:
+    VirtualClock m_inner;
+    std::uint32_t m_at;
+    std::function<void()> m_action;
+    std::uint32_t m_calls = 0;
+};
+
+TEST_F(VxctlConfig, WatchPrintsAValueAtTheFirstReadAndThenOnlyWhenItChanges) {
+    const auto node = DefaultNode();
+    Session session(Over(node), {}, quiet);
+    // 2.5 s between reads; the temperature changes before the second read, the setpoints never.
+    ScopedClock acting(std::make_shared<ActingClock>(1, [&] {
+        node->SetVariableValue("nvoSpaceTemp", {0x08, 0x98});
+    }));
+    node->ClearRecord();
+    std::ostringstream out;
+    const Outcome outcome =
+        Watch(session,
+              {.names = {"nvoSpaceTemp", "nciSetpoints.occupied_cool", "nciSetpoints.standby_cool"},
+               .intervalSeconds = 2.5,
+               .count = 3},
+              out, false);
+    EXPECT_EQ(outcome.failure, "");
+    const std::string setpoints = "1970-01-01T00:00:00.000Z  nciSetpoints.";
+    EXPECT_EQ(out.str().substr(0, out.str().find('\n') + 1),
+              "1970-01-01T00:00:00.000Z  nvoSpaceTemp = 21.35 degrees Celsius\n");
+    EXPECT_NE(out.str().find(setpoints + "occupied_cool = 24"), std::string::npos);
+    EXPECT_NE(out.str().find(setpoints + "standby_cool = 26"), std::string::npos);
+    EXPECT_TRUE(
+        out.str().ends_with("1970-01-01T00:00:02.500Z  nvoSpaceTemp = 22 degrees Celsius\n"))
+        << out.str();
+    const std::string shown = out.str();
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 4);
+    // Two values a round, the setpoints once for both of their fields.
+    EXPECT_EQ(node->Exchanges().size(), 6u);
+
+    // A read that fails is a line of its own, and so is the value when it is back.
+    node->InjectFault({.operation = "ReadValue", .target = "nvoSpaceTemp"});
+    std::ostringstream failing;
+    Watch(session, {.names = {"nvoSpaceTemp"}, .count = 3, .format = "csv"}, failing, false);
+    const std::string csv = failing.str();
+    EXPECT_TRUE(csv.starts_with("time,name,value,raw\n")) << csv;
+    EXPECT_NE(csv.find(",nvoSpaceTemp,error: error 0x80040301"), std::string::npos) << csv;
+    EXPECT_TRUE(csv.ends_with(",nvoSpaceTemp,22 degrees Celsius,0898\n")) << csv;
 }
 
 // ---- The file --------------------------------------------------------------------------------

@@ -183,6 +183,7 @@ void Session::Upload(const std::vector<DeviceVariablePtr>& variables, std::strin
                      const std::function<void(CDeviceVariable&, const ComError&)>& failed) {
     ProgressScope shown(m_progress, std::move(label), variables.size());
     for (const auto& variable : variables) {
+        ThrowIfInterrupted();  // over the network a long read has no waits that would see it
         try {
             variable->Upload();
         } catch (const ComError& error) {

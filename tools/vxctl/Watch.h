@@ -13,12 +13,13 @@
 
 namespace vx::vxctl {
 
+// The members have initializers so that designated initializers may leave any out.
 struct WatchOptions {
-    std::vector<std::string> names;  // variable[.field...][[entry]]
-    std::optional<std::int32_t> object;
+    std::vector<std::string> names{};  // variable[.field...][[entry]]
+    std::optional<std::int32_t> object{};
     double intervalSeconds = 1.0;
-    std::optional<std::int32_t> count;  // polls; none polls until a signal
-    std::string format = "text";        // "text", "csv" or "jsonl"
+    std::optional<std::int32_t> count{};  // polls; none polls until a signal
+    std::string format = "text";          // "text", "csv" or "jsonl"
 };
 
 // The valid intervals, in seconds.
