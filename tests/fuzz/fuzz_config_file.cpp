@@ -1,5 +1,5 @@
 // Arbitrary text as a saved configuration (vxctl config restore, diff): the reader gives a file
-// or refuses it with FileRefused, nothing else, and what it gives holds only values a node can
+// or refuses it with FileRefusedError, nothing else, and what it gives holds only values a node can
 // hold, each key once.
 #include <cstddef>
 #include <cstdint>
@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     vx::vxctl::SavedConfigurationFile saved;
     try {
         saved = vx::vxctl::ParseConfigurationFile(text, "fuzz.json");
-    } catch (const vx::vxctl::FileRefused&) {
+    } catch (const vx::vxctl::FileRefusedError&) {
         return 0;
     }
     if (saved.version != 1 && saved.version != 2) __builtin_trap();

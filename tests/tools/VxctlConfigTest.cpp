@@ -112,7 +112,7 @@ TEST_F(VxctlConfig, AFileThatDoesNotFitIsRefusedBeforeAnythingIsSent) {
     try {
         ConfigRestore(session, file.string());
         ADD_FAILURE() << "restored";
-    } catch (const FileRefused& error) {
+    } catch (const FileRefusedError& error) {
         EXPECT_NE(std::string(error.what())
                       .find("nciMaxFlow.30 is 2 bytes long on the controller, 3 in the file"),
                   std::string::npos)
@@ -127,10 +127,10 @@ TEST_F(VxctlConfig, AFileThatDoesNotFitIsRefusedBeforeAnythingIsSent) {
     saved = SavedWith({});
     saved.values[0].type = "SNVT_temp_p";
     WriteConfigurationFile(file.string(), saved);
-    EXPECT_THROW(ConfigRestore(session, file.string()), FileRefused);
+    EXPECT_THROW(ConfigRestore(session, file.string()), FileRefusedError);
     saved.programId = "9FFFFF0501840460";
     WriteConfigurationFile(file.string(), saved);
-    EXPECT_THROW(ConfigRestore(session, file.string()), FileRefused);
+    EXPECT_THROW(ConfigRestore(session, file.string()), FileRefusedError);
     EXPECT_EQ(Held(*node), before);
 }
 
@@ -144,7 +144,7 @@ TEST_F(VxctlConfig, UnknownKeysAreRefusedOrSkippedAndAlwaysNamed) {
     try {
         ConfigRestore(session, file.string());
         ADD_FAILURE() << "restored";
-    } catch (const FileRefused& error) {
+    } catch (const FileRefusedError& error) {
         EXPECT_NE(std::string(error.what())
                       .find("holds 2 values this controller does not have, nothing was sent: "
                             "nciGhost.77, 9-9 (--skip-unknown restores the others)"),
@@ -376,7 +376,7 @@ TEST_F(VxctlConfig, AMalformedFileIsRefusedNamingTheEntry) {
         try {
             ReadConfigurationFile(file.string());
             ADD_FAILURE() << content;
-        } catch (const FileRefused& error) {
+        } catch (const FileRefusedError& error) {
             EXPECT_NE(std::string(error.what()).find(file.string() + ": "), std::string::npos);
             EXPECT_NE(std::string(error.what()).find(message), std::string::npos) << error.what();
         }

@@ -78,9 +78,9 @@ void RequireSameModel(Session& session, const SavedConfigurationFile& saved,
                       const std::string& path) {
     const std::string programId = session.Device().Info()->ProgID();
     if (saved.programId != programId) {
-        throw FileRefused(fmt::format("{} was saved from program ID {}; this controller has {}",
-                                      path, Utf8FromLatin1(saved.programId),
-                                      Utf8FromLatin1(programId)));
+        throw FileRefusedError(
+            fmt::format("{} was saved from program ID {}; this controller has {}", path,
+                        Utf8FromLatin1(saved.programId), Utf8FromLatin1(programId)));
     }
 }
 
@@ -352,11 +352,11 @@ Outcome ConfigRestore(Session& session, const std::string& path, RestoreOptions 
     Comparison compared = Compare(variables, saved);
     // Everything is checked before anything is sent.
     if (!compared.problems.empty()) {
-        throw FileRefused(fmt::format("{} does not fit this controller, nothing was sent: {}", path,
-                                      Joined(compared.problems)));
+        throw FileRefusedError(fmt::format("{} does not fit this controller, nothing was sent: {}",
+                                           path, Joined(compared.problems)));
     }
     if (!compared.unknown.empty() && !options.skipUnknown) {
-        throw FileRefused(
+        throw FileRefusedError(
             fmt::format("{} holds {} values this controller does not have, nothing was sent: {} "
                         "(--skip-unknown restores the others)",
                         path, compared.unknown.size(), JoinedKeys(Utf8Keys(compared.unknown))));

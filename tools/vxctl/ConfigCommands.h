@@ -25,8 +25,8 @@ struct RestoreOptions {
     bool dryRun = false;       // show what would change and send nothing
     bool skipUnknown = false;  // restore a file that holds values the device does not have
 };
-// Checks the whole file against the device first and refuses it (FileRefused) before anything is
-// sent; then writes what differs, downloads it, and reads the changed values back. A failure or a
-// signal on the way ends in an outcome that lists which values reached the controller.
+// Checks the whole file against the device first and refuses it (FileRefusedError) before anything
+// is sent; then writes what differs, downloads it, and reads the changed values back. A failure or
+// a signal on the way ends in an outcome that lists which values reached the controller.
 Outcome ConfigRestore(Session& session, const std::string& path, RestoreOptions options = {});
 }  // namespace vx::vxctl

@@ -24,7 +24,7 @@ constexpr int kFirstVersion = 1;
 constexpr std::size_t kLongestValue = 255;
 
 [[noreturn]] void Malformed(const std::string& path, const std::string& what) {
-    throw FileRefused(fmt::format("{}: not a saved configuration: {}", path, what));
+    throw FileRefusedError(fmt::format("{}: not a saved configuration: {}", path, what));
 }
 
 std::string Text(const ReadJson& object, const char* key, const std::string& where,
@@ -86,10 +86,10 @@ void WriteConfigurationFile(const std::string& path, const SavedConfigurationFil
 
 SavedConfigurationFile ReadConfigurationFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
-    if (!stream) throw FileRefused(fmt::format("{}: cannot be read", path));
+    if (!stream) throw FileRefusedError(fmt::format("{}: cannot be read", path));
     std::stringstream content;
     content << stream.rdbuf();
-    if (stream.bad()) throw FileRefused(fmt::format("{}: cannot be read", path));
+    if (stream.bad()) throw FileRefusedError(fmt::format("{}: cannot be read", path));
     return ParseConfigurationFile(content.str(), path);
 }
 

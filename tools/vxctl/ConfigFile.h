@@ -53,7 +53,7 @@ struct SavedConfigurationFile {
 
 // Raises ToolError naming the file when it cannot be written.
 void WriteConfigurationFile(const std::string& path, const SavedConfigurationFile& saved);
-// Raises FileRefused naming the file, and for a malformed file the entry.
+// Raises FileRefusedError naming the file, and for a malformed file the entry.
 SavedConfigurationFile ReadConfigurationFile(const std::string& path);
 // The same for a file's text; `path` names it in messages.
 SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std::string& path);

@@ -11,7 +11,7 @@ class ToolError : public std::runtime_error {
 };
 
 // A file that cannot be read or does not fit the device; nothing was sent: exit code 5.
-class FileRefused : public ToolError {
+class FileRefusedError : public ToolError {
     using ToolError::ToolError;
 };
 

@@ -367,7 +367,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         printMessage(error.what());
         err << kHint << "\n";
         return kExitUsage;
-    } catch (const FileRefused& error) {
+    } catch (const FileRefusedError& error) {
         printMessage(error.what());
         return kExitFileRefused;
     } catch (const ToolError& error) {
