@@ -361,7 +361,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         err << "vxctl: " << stopped.what() << "\nvxctl: " << stopped.PhaseText() << "\n";
         return stopped.Error() ? kExitFailure : kExitInterrupted;
     } catch (const Interrupted& stop) {
-        printMessage(std::string(stop.what()) + "; nothing was left open");
+        printMessage(std::string(stop.what()) + " before the command finished");
         return kExitInterrupted;
     } catch (const UsageError& error) {
         printMessage(error.what());
