@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -43,6 +44,17 @@ int NextHostOctet() {
 std::string WithoutTimes(const std::string& text) {
     static const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
     return std::regex_replace(text, time, "TIME");
+}
+
+// Compares with tests/tools/golden/NAME; VXCTL_UPDATE_GOLDEN=1 writes it instead.
+void ExpectGolden(const std::string& actual, const std::string& name) {
+    const fs::path golden = fs::path(VXCTL_GOLDEN_DIR) / name;
+    if (std::getenv("VXCTL_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(golden, std::ios::binary) << actual;
+        return;
+    }
+    ASSERT_TRUE(fs::exists(golden)) << golden << " (VXCTL_UPDATE_GOLDEN=1 writes it)";
+    EXPECT_EQ(actual, test::ReadFile(golden)) << "differs from " << golden;
 }
 
 class VxctlConfigOverLonIp : public ::testing::Test {
@@ -150,6 +162,18 @@ TEST_F(VxctlConfigOverLonIp, ADryRunShowsTheChangesAndTheNodeKeepsItsValues) {
               "nciMaxFlow.30 (object 2)  -      300 liters/second  280 liters/second\n"
               "nothing was sent (--dry-run)\n");
     EXPECT_EQ(Vxctl(OnNode({"get", "nciMaxFlow"})).out, "nciMaxFlow = 300 liters/second\n");
+
+    // For scripts, the same as the diff gives; the file's path aside.
+    const fs::path changed =
+        SavedFile({{"nciMaxFlow.30", "0118"}, {"nciSetpoints.20", "0A280A280AF00834076C0640"}});
+    const Finished json = Vxctl(OnNode({"--json", "config", "diff", changed.string()}));
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    auto diff = nlohmann::ordered_json::parse(json.out);  // in the order vxctl gives
+    diff.erase("file");
+    ExpectGolden(diff.dump(2) + "\n", "config-diff.json");
+    const Json dryRun = Json::parse(
+        Vxctl(OnNode({"--json", "config", "restore", "--dry-run", changed.string()})).out);
+    EXPECT_EQ(dryRun["differences"], diff["differences"]);
 }
 
 // ---- Signals -----------------------------------------------------------------------------------
@@ -210,6 +234,7 @@ TEST_F(VxctlConfigOverLonIp, WatchGivesTheSameLinesOverTheNetworkAsInProcess) {
     const Finished remote = Vxctl(OnNode(line));
     EXPECT_EQ(remote.exitCode, 0) << remote.err;
     EXPECT_EQ(WithoutTimes(remote.out), WithoutTimes(local.out));
+    ExpectGolden(WithoutTimes(remote.out), "watch.json");
     const Json watched = Json::parse(WithoutTimes(remote.out));
     EXPECT_EQ(watched["polls"], 2);
     ASSERT_EQ(watched["changes"].size(), 3u);  // each value once: none changed
