@@ -163,7 +163,9 @@ VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> ob
                                             FieldList(*type)));
             }
             type = field->Typedef();
-            reached += "." + Utf8FromLatin1(piece);
+            // Appended in two steps: g++ 12 at -O3 misreads the concatenation as an overlap.
+            reached += '.';
+            reached += Utf8FromLatin1(piece);
             if (end == std::string::npos) break;
             start = end + 1;
         }
