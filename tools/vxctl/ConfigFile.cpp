@@ -1,7 +1,9 @@
 #include "ConfigFile.h"
 
 #include <algorithm>
+#include <deque>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string_view>
 #include <unordered_set>
@@ -94,15 +96,86 @@ SavedConfigurationFile ReadConfigurationFile(const std::string& path) {
 }
 
 SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std::string& path) {
+    // The values are taken out as the parser meets them and left out of the parsed document, so
+    // that a large file never stands in memory twice.
+    SavedConfigurationFile saved;
+    std::unordered_set<std::string_view> keys;  // into saved.values, which never moves them
+    std::unordered_set<std::string> topKeys;
+    std::string top;        // the top-level key being parsed
+    std::string itemKey;    // the configuration key being parsed (version 1)
+    bool inValues = false;  // in the "values" array
+    bool inItems = false;   // in the "configuration" object
+    std::size_t index = 0;  // of the next entry of "values"
+    std::deque<SavedValue> values;
+    const auto add = [&](SavedValue value, const std::string& where) {
+        if (value.key.empty()) Malformed(path, where + "the key is empty");
+        if (keys.contains(value.key)) {
+            Malformed(path,
+                      fmt::format("{}key \"{}\" is given twice", where, Utf8FromLatin1(value.key)));
+        }
+        values.push_back(std::move(value));
+        keys.insert(values.back().key);
+    };
+    const auto entryOfValues = [&](const ReadJson& entry) {
+        const std::string where = fmt::format("values[{}]: ", index++);
+        if (!entry.is_object()) Malformed(path, where + "no JSON object");
+        OnlyKeys(entry, {"key", "object", "name", "type", "value", "raw"}, where, path);
+        SavedValue value;
+        value.key = Text(entry, "key", where, path, true);
+        const auto raw = entry.find("raw");
+        if (!value.key.empty() && raw == entry.end()) {
+            Malformed(path, where + "\"raw\" is missing");
+        }
+        if (raw != entry.end()) value.raw = Raw(*raw, where, path);
+        if (const auto object = entry.find("object"); object != entry.end()) {
+            if (!object->is_number_integer()) Malformed(path, where + "\"object\" is no number");
+            value.object = object->get<std::int32_t>();
+        }
+        value.name = Text(entry, "name", where, path, false);
+        value.type = Text(entry, "type", where, path, false);
+        add(std::move(value), where);
+    };
+    const ReadJson::parser_callback_t take = [&](int depth, ReadJson::parse_event_t event,
+                                                 ReadJson& parsed) {
+        using Event = ReadJson::parse_event_t;
+        if (depth == 1 && event == Event::key) {
+            top = parsed.get<std::string>();
+            if (!topKeys.insert(top).second) {
+                Malformed(path, fmt::format("\"{}\" is given twice", top));
+            }
+        } else if (depth == 1 && (event == Event::array_start || event == Event::object_start)) {
+            inValues = top == "values" && event == Event::array_start;
+            inItems = top == "configuration" && event == Event::object_start;
+        } else if (depth == 1 && (event == Event::array_end || event == Event::object_end)) {
+            inValues = inItems = false;
+        } else if (depth == 2 && inItems && event == Event::key) {
+            itemKey = parsed.get<std::string>();
+        } else if (depth == 2 && (event == Event::value || event == Event::object_end ||
+                                  event == Event::array_end)) {
+            if (inValues) {
+                entryOfValues(parsed);
+                return false;
+            }
+            if (inItems) {
+                const std::string where = fmt::format("configuration \"{}\": ", itemKey);
+                SavedValue value;
+                value.key = Latin1FromUtf8(itemKey);
+                value.raw = Raw(parsed, where, path);
+                add(std::move(value), where);
+                return false;
+            }
+        }
+        return true;
+    };
+
     ReadJson file;
     try {
-        file = ReadJson::parse(text);
+        file = ReadJson::parse(text, take);
     } catch (const ReadJson::exception& error) {
         Malformed(path, fmt::format("no JSON ({})", error.what()));
     }
     if (!file.is_object()) Malformed(path, "the file holds no JSON object");
 
-    SavedConfigurationFile saved;
     saved.version = kFirstVersion;
     if (const auto version = file.find("version"); version != file.end()) {
         if (*version != kFirstVersion && *version != kFileVersion) {
@@ -113,56 +186,23 @@ SavedConfigurationFile ParseConfigurationFile(const std::string& text, const std
     saved.programId = Text(file, "programId", "", path, true);
     saved.neuronId = Text(file, "neuronId", "", path, false);
     saved.revision = Text(file, "revision", "", path, false);
-
     if (saved.version == kFirstVersion) {
         OnlyKeys(file, {"version", "programId", "neuronId", "revision", "configuration"}, "", path);
         const auto configuration = file.find("configuration");
         if (configuration == file.end() || !configuration->is_object()) {
             Malformed(path, "\"configuration\" is missing or no object");
         }
-        saved.values.reserve(configuration->size());
-        for (const auto& [key, value] : configuration->items()) {
-            SavedValue entry;
-            entry.key = Latin1FromUtf8(key);
-            entry.raw = Raw(value, fmt::format("configuration \"{}\": ", key), path);
-            saved.values.push_back(std::move(entry));
+    } else {
+        OnlyKeys(file, {"version", "device", "programId", "neuronId", "revision", "values"}, "",
+                 path);
+        saved.deviceName = Text(file, "device", "", path, false);
+        const auto list = file.find("values");
+        if (list == file.end() || !list->is_array()) {
+            Malformed(path, "\"values\" is missing or no array");
         }
-        return saved;
     }
-
-    OnlyKeys(file, {"version", "device", "programId", "neuronId", "revision", "values"}, "", path);
-    saved.deviceName = Text(file, "device", "", path, false);
-    const auto values = file.find("values");
-    if (values == file.end() || !values->is_array()) {
-        Malformed(path, "\"values\" is missing or no array");
-    }
-    saved.values.reserve(values->size());
-    std::unordered_set<std::string_view> keys;  // into saved.values, reserved not to move
-    keys.reserve(values->size());
-    for (std::size_t i = 0; i < values->size(); ++i) {
-        const ReadJson& entry = (*values)[i];
-        const std::string where = fmt::format("values[{}]: ", i);
-        if (!entry.is_object()) Malformed(path, where + "no JSON object");
-        OnlyKeys(entry, {"key", "object", "name", "type", "value", "raw"}, where, path);
-        SavedValue value;
-        value.key = Text(entry, "key", where, path, true);
-        if (value.key.empty()) Malformed(path, where + "the key is empty");
-        if (keys.contains(value.key)) {
-            Malformed(path,
-                      fmt::format("{}key \"{}\" is given twice", where, Utf8FromLatin1(value.key)));
-        }
-        const auto raw = entry.find("raw");
-        if (raw == entry.end()) Malformed(path, where + "\"raw\" is missing");
-        value.raw = Raw(*raw, where, path);
-        if (const auto object = entry.find("object"); object != entry.end()) {
-            if (!object->is_number_integer()) Malformed(path, where + "\"object\" is no number");
-            value.object = object->get<std::int32_t>();
-        }
-        value.name = Text(entry, "name", where, path, false);
-        value.type = Text(entry, "type", where, path, false);
-        saved.values.push_back(std::move(value));
-        keys.insert(saved.values.back().key);
-    }
+    saved.values.reserve(values.size());
+    std::move(values.begin(), values.end(), std::back_inserter(saved.values));
     return saved;
 }
 
