@@ -370,6 +370,12 @@ TEST_F(VxctlConfig, AMalformedFileIsRefusedNamingTheEntry) {
          "values[1]: key \"0-1\" is given twice"},
         {R"({"version": 2, "programId": "91A5A581020404DC", "values": [{"key": "0-1"}]})",
          "values[0]: \"raw\" is missing"},
+        {R"({"programId": "91A5A581020404DC", "configuration": {"0-1": "00", "0-1": "01"}})",
+         "configuration \"0-1\": key \"0-1\" is given twice"},
+        {R"({"programId": "91A5A581020404DC", "programId": "91A5A581020404DC"})",
+         "\"programId\" is given twice"},
+        {R"({"version": 2, "programId": "91A5A581020404DC", "values": [7]})",
+         "values[0]: no JSON object"},
     };
     for (const auto& [content, message] : cases) {
         std::ofstream(file) << content;
