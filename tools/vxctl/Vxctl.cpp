@@ -152,11 +152,15 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
         ->check(HostAddress());
     app.add_flag("--json", line.json, "output for scripts: one JSON document on stdout");
 
-    runs(app.add_subcommand("info", "identity, state, self-documentation and revision"),
+    runs(app.add_subcommand("info",
+                            "identity, state, self-documentation, revision and the "
+                            "functional blocks the node lists"),
          [](Session& session) { return Info(session); });
 
     auto* objects =
-        app.add_subcommand("objects", "the objects with their profiles and variables, as a tree");
+        app.add_subcommand("objects",
+                           "the objects with the profile and block name the node lists, and "
+                           "their variables with the host's direction, as a tree");
     objects->add_flag("--values", line.values, "read and show every value");
     runs(objects, [&line](Session& session) { return Objects(session, line.values); });
 
@@ -172,7 +176,11 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
         "write a value to the controller (configuration values in a configuration download)");
     set->add_option("NAME", line.path, "variable[.field...][[entry]]")->required();
     set->add_option("VALUE", line.value,
-                    "a number, an enumeration member, true or false, or a text")
+                    "a number, with a unit if wanted (\"72 F\"); an enumeration member; true or "
+                    "false; a text; 'invalid' for the type's invalid code; a whole structure, its "
+                    "fields in order (\"100 1\") or a JSON object of some ('{\"value\": 50}'); "
+                    "raw bytes in hexadecimal for a value of no known type (0x0102). A value the "
+                    "type cannot hold is refused with its range, nothing written")
         ->required();
     auto* setObject = set->add_option("--object", line.object, "the object that holds it");
     runs(set, [&line, setObject](Session& session) {
@@ -201,9 +209,12 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
         auto& values = line.commandArguments[family.name];
         values.resize(family.parameters.size());
         for (std::size_t i = 0; i < family.parameters.size(); ++i) {
-            sub->add_option(family.parameters[i], values[i])->required();
+            sub->add_option(family.parameters[i], values[i], ParameterRangeText(family.name, i))
+                ->required();
         }
-        if (family.takesData) sub->add_option("BYTE", line.commandData, "data bytes");
+        if (family.takesData) {
+            sub->add_option("BYTE", line.commandData, "up to ten data bytes, 0 to 255 each");
+        }
         runs(sub, [&line, &values, name = family.name](Session& session) {
             std::vector<std::int32_t> arguments = values;
             arguments.insert(arguments.end(), line.commandData.begin(), line.commandData.end());
@@ -311,9 +322,11 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
     UseStandardTypes();
 
     std::optional<ComError> connectError;
+    std::string stoppedAt;
     const auto reportConnectError = [&](bool shown) {
         if (!connectError) return;
         err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError) << "\n";
+        if (!stoppedAt.empty()) err << "vxctl: it stopped at " << stoppedAt << "\n";
         if (shown) err << "vxctl: shown is what was loaded before it stopped\n";
     };
     const auto printMessage = [&](const std::string& message) {
@@ -327,6 +340,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         } else {
             Session session(line.device, progress);
             connectError = session.ConnectError();
+            stoppedAt = session.ConnectStoppedAt();
             outcome = action(session);
             if (session.ResetUnfinished() && outcome.failure.empty()) {
                 outcome.failure =
@@ -335,6 +349,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
             }
         }
         if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
+        if (!stoppedAt.empty()) outcome.json["connectError"]["stoppedAt"] = stoppedAt;
         out << (line.json ? outcome.json.dump(2) + "\n" : outcome.text);
         for (const auto& note : outcome.notes)
             err << "vxctl: " << note << "\n";
@@ -346,6 +361,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         if (line.json) {
             Json document = {{"error", ErrorJson(error)}};
             if (connectError) document["connectError"] = ErrorJson(*connectError);
+            if (!stoppedAt.empty()) document["connectError"]["stoppedAt"] = stoppedAt;
             out << document.dump(2) << "\n";
         }
         err << "vxctl: " << ErrorText(error) << "\n";
