@@ -40,7 +40,7 @@ std::string ConfigurationTable(const std::vector<DeviceVariablePtr>& variables) 
 // A decoded value as a saved file shows it: the text with units, or for a structure its fields
 // by name. Scripts that want numbers have the raw bytes next to it.
 Json Shown(const DecodedValue& decoded) {
-    if (decoded.fields.empty()) return decoded.text;
+    if (decoded.fields.empty()) return ValueWithUnits(decoded);
     Json fields = Json::object();
     for (const auto& field : decoded.fields)
         fields[field.field] = Shown(field);

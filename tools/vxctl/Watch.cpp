@@ -28,17 +28,6 @@ std::string TimeText(std::chrono::system_clock::time_point time) {
                        ((milliseconds % 1000) + 1000) % 1000);
 }
 
-// A structure on one line: "occupied_cool=24, standby_cool=26".
-std::string OneLine(const DecodedValue& decoded) {
-    if (decoded.fields.empty()) return decoded.text;
-    std::vector<std::string> parts;
-    for (const auto& field : decoded.fields) {
-        const std::string text = OneLine(field);
-        parts.push_back(field.field + (field.fields.empty() ? "=" + text : "={" + text + "}"));
-    }
-    return Joined(parts);
-}
-
 std::string CsvField(const std::string& text) {
     if (text.find_first_of(",\"\n") == std::string::npos) return text;
     std::string quoted = "\"";
@@ -65,7 +54,7 @@ Seen Read(const VariablePath& target) {
     } else {
         decoded = DecodeElement(target.element);
     }
-    return {decoded.json, OneLine(decoded), RawHex(variable)};
+    return {decoded.json, ValueWithUnits(decoded), RawHex(variable)};
 }
 
 }  // namespace
