@@ -171,7 +171,7 @@ TEST_F(VxctlConfigOverLonIp, ADryRunShowsTheChangesAndTheNodeKeepsItsValues) {
     auto diff = nlohmann::ordered_json::parse(json.out);  // in the order vxctl gives
     diff.erase("file");
     ExpectGolden(diff.dump(2) + "\n", "config-diff.json");
-    const Json dryRun = Json::parse(
+    const auto dryRun = nlohmann::ordered_json::parse(
         Vxctl(OnNode({"--json", "config", "restore", "--dry-run", changed.string()})).out);
     EXPECT_EQ(dryRun["differences"], diff["differences"]);
 }
