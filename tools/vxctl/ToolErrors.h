@@ -10,6 +10,11 @@ class ToolError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// A file that cannot be read or does not fit the device; nothing was sent: exit code 5.
+class FileRefusedError : public ToolError {
+    using ToolError::ToolError;
+};
+
 // The command line asks for something that cannot be meant: exit code 2, with a hint.
 class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;

@@ -8,9 +8,12 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include "ConfigCommands.h"
 #include "Discover.h"
+#include "Interrupt.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
+#include "Watch.h"
 
 namespace vx::vxctl {
 namespace {
@@ -36,7 +39,11 @@ constexpr const char* kFooter =
     "Exit codes: 0 done; 1 a library error (number, source and description are printed) or the "
     "controller did not do what was asked; 2 a command line that cannot be meant; 3 the connect "
     "stopped part-way: the command ran on what was loaded, and the failure is printed. A node "
-    "that does not answer is a failure (1); a malformed lonip:// address, a usage error (2).";
+    "that does not answer is a failure (1); a malformed lonip:// address, a usage error (2). "
+    "4 nothing raised but the controller did not do what was asked (a reset still running after "
+    "the wait, a restored value that did not read back); 5 a configuration file that cannot be "
+    "read or does not fit the controller, nothing sent; 6 a restore that stopped part-way, what "
+    "arrived listed; 130 SIGINT or SIGTERM, what may be left open said.";
 
 // Everything the command line can give.
 struct CommandLine {
@@ -56,6 +63,9 @@ struct CommandLine {
     std::string request;
     std::int32_t level = 2;
     std::string file;
+    RestoreOptions restore;
+    WatchOptions watch;
+    std::ostream* out = nullptr;  // where a command that streams writes as it goes
     std::map<std::string, std::vector<std::int32_t>> commandArguments;
     std::vector<std::int32_t> commandData;
 };
@@ -240,15 +250,51 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
     runs(download, [&line, downloadObject](Session& session) {
         return ConfigDownload(session, line.level, Given(downloadObject, line.object));
     });
-    auto* save = config->add_subcommand("save", "write the configuration to a JSON file");
+    auto* save = config->add_subcommand(
+        "save", "write the configuration to a JSON file: raw bytes with engineering values");
     save->add_option("FILE", line.file, "the file")->required();
     runs(save, [&line](Session& session) { return ConfigSave(session, line.file); });
     auto* restore = config->add_subcommand(
-        "restore", "import a saved configuration, download it and read it back");
+        "restore",
+        "check a saved configuration against the controller, then write what differs, download "
+        "it and read it back; a file that does not fit is refused before anything is sent");
     restore->add_option("FILE", line.file, "a file written by config save")
         ->required()
         ->check(CLI::ExistingFile);
-    runs(restore, [&line](Session& session) { return ConfigRestore(session, line.file); });
+    restore->add_flag("--dry-run", line.restore.dryRun,
+                      "show what would change, field by field, and send nothing");
+    restore->add_flag("--skip-unknown", line.restore.skipUnknown,
+                      "restore the rest of a file that holds values the controller does not have");
+    runs(restore,
+         [&line](Session& session) { return ConfigRestore(session, line.file, line.restore); });
+    auto* diff = config->add_subcommand(
+        "diff", "compare a saved configuration with the controller, field by field");
+    diff->add_option("FILE", line.file, "a file written by config save")
+        ->required()
+        ->check(CLI::ExistingFile);
+    runs(diff, [&line](Session& session) { return ConfigDiff(session, line.file); });
+
+    auto* watch = app.add_subcommand(
+        "watch", "read values again every interval: one line for each change, with its time");
+    watch->add_option("NAME", line.watch.names, "variable[.field...][[entry]], one or more")
+        ->required();
+    auto* watchObject = watch->add_option("--object", line.object, "the object that holds them");
+    watch->add_option("--interval", line.watch.intervalSeconds, "seconds between reads")
+        ->check(CLI::Range(kShortestWatchInterval, kLongestWatchInterval))
+        ->capture_default_str();
+    watch->add_option("--count", line.watch.count, "stop after N reads (default: until Ctrl-C)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    watch
+        ->add_option("--format", line.watch.format,
+                     "text, csv (a header, then time,name,value,raw) or jsonl (one JSON object "
+                     "a line); --json gives one document at the end instead")
+        ->check(CLI::IsMember({"text", "csv", "jsonl"}))
+        ->capture_default_str();
+    runs(watch, [&line, watchObject](Session& session) {
+        line.watch.object = Given(watchObject, line.object);
+        return Watch(session, line.watch, *line.out, line.json);
+    });
 
     auto* discover = app.add_subcommand(
         "discover", "the LON/IP nodes that answer on a range of addresses (needs no --device)");
@@ -270,6 +316,7 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Action& action,
 int Execute(const Action& action, const StandaloneAction& standalone, const CommandLine& line,
             std::ostream& out, std::ostream& err, bool terminal) {
     Progress progress(terminal ? &err : nullptr);
+    const InterruptibleClockGuard interruptible;
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
     UseStandardTypes();
@@ -295,6 +342,11 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
             connectError = session.ConnectError();
             stoppedAt = session.ConnectStoppedAt();
             outcome = action(session);
+            if (session.ResetUnfinished() && outcome.failure.empty()) {
+                outcome.failure =
+                    "the controller still reported its application reset after the wait of 90 s";
+                outcome.failureCode = kExitNotDone;
+            }
         }
         if (connectError) outcome.json["connectError"] = ErrorJson(*connectError);
         if (!stoppedAt.empty()) outcome.json["connectError"]["stoppedAt"] = stoppedAt;
@@ -303,7 +355,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
             err << "vxctl: " << note << "\n";
         if (!outcome.failure.empty()) err << "vxctl: " << outcome.failure << "\n";
         reportConnectError(true);
-        if (!outcome.failure.empty()) return kExitFailure;
+        if (!outcome.failure.empty()) return outcome.failureCode;
         return connectError ? kExitPartial : kExitSuccess;
     } catch (const ComError& error) {
         if (line.json) {
@@ -315,10 +367,25 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
         err << "vxctl: " << ErrorText(error) << "\n";
         reportConnectError(false);
         return kExitFailure;
+    } catch (const DownloadStopped& stopped) {
+        if (line.json) {
+            Json document = {{"error", stopped.Error() ? ErrorJson(*stopped.Error())
+                                                       : Json{{"message", stopped.what()}}}};
+            document["error"]["downloadClosed"] = stopped.PhaseClosed();
+            out << document.dump(2) << "\n";
+        }
+        err << "vxctl: " << stopped.what() << "\nvxctl: " << stopped.PhaseText() << "\n";
+        return stopped.Error() ? kExitFailure : kExitInterrupted;
+    } catch (const Interrupted& stop) {
+        printMessage(std::string(stop.what()) + " before the command finished");
+        return kExitInterrupted;
     } catch (const UsageError& error) {
         printMessage(error.what());
         err << kHint << "\n";
         return kExitUsage;
+    } catch (const FileRefusedError& error) {
+        printMessage(error.what());
+        return kExitFileRefused;
     } catch (const ToolError& error) {
         printMessage(error.what());
         reportConnectError(false);
@@ -331,6 +398,7 @@ int Execute(const Action& action, const StandaloneAction& standalone, const Comm
 int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
         bool terminal) {
     CommandLine line;
+    line.out = &out;
     Action action;
     StandaloneAction standalone;
     CLI::App app(kDescription, "vxctl");

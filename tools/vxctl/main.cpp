@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "Interrupt.h"
 #include "Vxctl.h"
 
 int main(int argc, char** argv) {
+    vx::vxctl::InstallInterruptHandlers();
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     return vx::vxctl::Run(arguments, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
 }
