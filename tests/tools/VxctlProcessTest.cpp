@@ -115,7 +115,7 @@ TEST(VxctlText, APathNamesFieldsAndArrayEntries) {
 
     // Only the entry changes: 33 lands in byte 9 + 4 of the alarm.
     const Finished written =
-        Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.description[4]", "33"});
+        Vxctl({"--device", kRoomSensor, "--json", "--yes", "set", "nvoAlarm.description[4]", "33"});
     EXPECT_EQ(written.exitCode, 0) << written.err;
     EXPECT_EQ(Json::parse(written.out)["raw"],
               "01020000006401F42A48656C6C21" + std::string(34, '0'));
@@ -198,22 +198,27 @@ TEST(VxctlErrors, ALibraryErrorGivesItsNumberSourceAndDescriptionAndExitCode1) {
               "vxctl: error 0x80040201 (Vx.CDeviceObjectIOrvexLonObject_Variable.()): "
               "nvoSpaceTemp not found on object 2\n");
 
-    // A run-time error gives its decimal number too; --json puts it on stdout as well.
-    const Finished runtime = Vxctl({"--json", "set", "nvoSpaceTemp", "warm"});
-    EXPECT_EQ(runtime.exitCode, 1);
-    EXPECT_EQ(runtime.err, "vxctl: error 13 = 0x0000000D (Vx): Type mismatch\n");
-    EXPECT_EQ(Json::parse(runtime.out)["error"],
-              Json::parse(R"({"number": 13, "hex": "0x0000000D", "source": "Vx",
-                              "description": "Type mismatch"})"));
+    // A run-time error behind a refused value gives its decimal number too; --json puts it on
+    // stdout as well.
+    const Finished runtime = Vxctl({"--json", "set", "nciMaxFlow", "warm"});
+    EXPECT_EQ(runtime.exitCode, 2);
+    EXPECT_EQ(runtime.err.substr(0, runtime.err.find('\n')),
+              "vxctl: argument VALUE \"warm\": a number is needed here (error 13 = 0x0000000D "
+              "(Vx): Type mismatch)");
+    const Json error = Json::parse(runtime.out)["error"];
+    EXPECT_EQ(error["number"], 13);
+    EXPECT_EQ(error["hex"], "0x0000000D");
+    EXPECT_EQ(error["source"], "Vx");
+    EXPECT_EQ(error["description"], "Type mismatch");
 }
 
-TEST(VxctlErrors, AControllerThatDoesNotDoWhatWasAskedGivesExitCode1) {
+TEST(VxctlErrors, AControllerThatDoesNotDoWhatWasAskedGivesExitCode4) {
     const Finished rejected = Vxctl({"command", "clear-log", "9"});  // the node has no object 9
-    EXPECT_EQ(rejected.exitCode, 1);
+    EXPECT_EQ(rejected.exitCode, 4);
     EXPECT_EQ(rejected.err, "vxctl: the controller rejected the command\n");
 
     const Finished unknownObject = Vxctl({"request", "7", "RQ_UPDATE_STATUS"});
-    EXPECT_EQ(unknownObject.exitCode, 1);
+    EXPECT_EQ(unknownObject.exitCode, 4);
     EXPECT_EQ(unknownObject.err, "vxctl: the controller has no object 7\n");
 
     const Finished unknownName = Vxctl({"get", "nvoNothing"});
