@@ -175,7 +175,7 @@ CLI::Option* AddChoice(CLI::App* app, const std::string& name, std::string& targ
                 }
                 target = text;
             },
-            fmt::format("{}: {}", help, list))
+            help)
         ->type_name(fmt::format("{{{}}}", list));
 }
 
@@ -219,6 +219,16 @@ ParameterRange RangeOf(const std::string& command, const std::string& parameter)
     if (parameter == "CODE" && command == "keypress") return {0, kWord};
     if (parameter == "OBJECT" && command == "open-download") return {0, kWord};
     return {0, kByte};
+}
+
+std::string ParameterHelp(const std::string& command, const std::string& parameter) {
+    if (parameter == "TIMER") return "the timer's number";
+    if (parameter == "VALUE") return "the timer's new value";
+    if (parameter == "CODE") return command == "keypress" ? "the key's code" : "the command code";
+    if (parameter == "OBJECT") return "the object's ID";
+    if (parameter == "KIND") return "what to reset";
+    if (parameter == "LEVEL") return "the download's level";
+    return parameter;
 }
 
 // ---- The command line --------------------------------------------------------------------------
@@ -354,7 +364,8 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Command& command) {
         values.resize(family.parameters.size());
         for (std::size_t i = 0; i < family.parameters.size(); ++i) {
             const auto [low, high] = RangeOf(family.name, family.parameters[i]);
-            AddNumber(sub, family.parameters[i], values[i], low, high, family.parameters[i])
+            AddNumber(sub, family.parameters[i], values[i], low, high,
+                      ParameterHelp(family.name, family.parameters[i]))
                 ->required();
         }
         if (family.takesData) {
