@@ -109,6 +109,8 @@ TEST(VxctlUsage, ANumberOutsideItsRangeIsRefusedWithTheRangeBeforeAnythingIsSent
          R"('online' or 'offline'?))"},
         {{"--device", "no-such-file.xif", "info"},
          R"(argument --device "no-such-file.xif": no such file (or one of: default))"},
+        {{"config", "restore", "no-such-file.json"},
+         R"(argument FILE "no-such-file.json": no such file)"},
     };
     for (const auto& [line, message] : cases) {
         SCOPED_TRACE(::testing::PrintToString(line));

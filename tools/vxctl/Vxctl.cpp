@@ -197,7 +197,9 @@ std::function<void(const std::string&)> FileOr(std::vector<std::string> words,
         }
         if (std::filesystem::is_regular_file(value)) return;
         throw ArgumentError(name, value,
-                            fmt::format("no such file (or one of: {})", Listed(words)));
+                            words.empty()
+                                ? std::string("no such file")
+                                : fmt::format("no such file (or one of: {})", Listed(words)));
     };
 }
 
