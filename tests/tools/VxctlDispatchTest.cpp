@@ -14,8 +14,8 @@
 #include "DefaultController.h"
 #include "Operations.h"
 #include "SimulatedNode.h"
-#include "Suggest.h"
 #include "VxctlRun.h"
+#include "WordSuggestions.h"
 #include "fixtures/Scenario.h"
 
 namespace vx {
@@ -32,16 +32,17 @@ constexpr const char* kHint = "hint: 'vxctl --help'";
 TEST(VxctlSuggest, OffersTheClosestWordsAndNothingForAWordFarFromAll) {
     const std::vector<std::string> commands = {
         "get", "set", "status", "request", "config", "command", "command-status", "query-status"};
-    EXPECT_EQ(vxctl::Closest("sett", commands), std::vector<std::string>{"set"});
-    EXPECT_EQ(vxctl::Closest("stauts", commands), std::vector<std::string>{"status"});  // a swap
-    EXPECT_EQ(vxctl::Closest("CONFIG", commands), std::vector<std::string>{"config"});
-    EXPECT_EQ(vxctl::Closest("comand", commands).front(), "command");
-    EXPECT_EQ(vxctl::Closest("query", commands), std::vector<std::string>{"query-status"});
-    EXPECT_TRUE(vxctl::Closest("xyzzy", commands).empty());
-    EXPECT_TRUE(vxctl::Closest("", commands).empty());
-    EXPECT_TRUE(vxctl::Closest(std::string(100000, 's'), commands).empty());
-    EXPECT_EQ(vxctl::DidYouMean("gt", {"get", "set"}), " (did you mean 'get'?)");
-    EXPECT_EQ(vxctl::DidYouMean("xet", {"get", "set"}), " (did you mean 'get' or 'set'?)");
+    EXPECT_EQ(vxctl::ClosestWords("sett", commands), std::vector<std::string>{"set"});
+    EXPECT_EQ(vxctl::ClosestWords("stauts", commands),
+              std::vector<std::string>{"status"});  // a swap
+    EXPECT_EQ(vxctl::ClosestWords("CONFIG", commands), std::vector<std::string>{"config"});
+    EXPECT_EQ(vxctl::ClosestWords("comand", commands).front(), "command");
+    EXPECT_EQ(vxctl::ClosestWords("query", commands), std::vector<std::string>{"query-status"});
+    EXPECT_TRUE(vxctl::ClosestWords("xyzzy", commands).empty());
+    EXPECT_TRUE(vxctl::ClosestWords("", commands).empty());
+    EXPECT_TRUE(vxctl::ClosestWords(std::string(100000, 's'), commands).empty());
+    EXPECT_EQ(vxctl::MeantWords("gt", {"get", "set"}), " (did you mean 'get'?)");
+    EXPECT_EQ(vxctl::MeantWords("xet", {"get", "set"}), " (did you mean 'get' or 'set'?)");
 }
 
 TEST(VxctlUsage, AnUnknownWordIsNamedWithWhatWasMeantAndExitCode2) {

@@ -19,8 +19,8 @@
 #include "Discover.h"
 #include "ErrorReport.h"
 #include "Operations.h"
-#include "Suggest.h"
 #include "TypeRegistry.h"
+#include "WordSuggestions.h"
 
 namespace vx::vxctl {
 namespace {
@@ -171,7 +171,7 @@ CLI::Option* AddChoice(CLI::App* app, const std::string& name, std::string& targ
                 if (std::find(words.begin(), words.end(), text) == words.end()) {
                     throw ArgumentError(
                         name, text,
-                        fmt::format("one of {} is needed{}", list, DidYouMean(text, words)));
+                        fmt::format("one of {} is needed{}", list, MeantWords(text, words)));
                 }
                 target = text;
             },
@@ -573,11 +573,11 @@ std::string Explain(CLI::App& app, const CLI::ParseError& error) {
         if (word.starts_with('-') && word.size() > 1 && !(word[1] >= '0' && word[1] <= '9')) {
             const std::string option = word.substr(0, word.find('='));
             return fmt::format("unknown option '{}'{}{}", option, in,
-                               DidYouMean(option, OptionNames(deepest)));
+                               MeantWords(option, OptionNames(deepest)));
         }
         if (!commands.empty()) {
             return fmt::format(
-                "unknown command '{}'{}{}; {}: {}", word, in, DidYouMean(word, commands),
+                "unknown command '{}'{}{}; {}: {}", word, in, MeantWords(word, commands),
                 path.empty() ? "the commands" : "'" + path + "' takes", Listed(commands));
         }
         return fmt::format("unexpected argument '{}'{}", word, in);

@@ -1,6 +1,7 @@
 #pragma once
 
-// "Did you mean": the candidates closest to a misspelt word.
+// "Did you mean" for command words, options and fixed values: the candidates closest to a
+// misspelt word.
 
 #include <string>
 #include <string_view>
@@ -11,9 +12,10 @@ namespace vx::vxctl {
 // The candidates within a few edits of `word` (a swap of two neighbours is one edit; case does
 // not count), closest first, at most three; also those `word` is the start of. Empty when none
 // is close.
-std::vector<std::string> Closest(std::string_view word, const std::vector<std::string>& candidates);
+std::vector<std::string> ClosestWords(std::string_view word,
+                                      const std::vector<std::string>& candidates);
 
 // " (did you mean 'set'?)", " (did you mean 'set' or 'get'?)", or "" when nothing is close.
-std::string DidYouMean(std::string_view word, const std::vector<std::string>& candidates);
+std::string MeantWords(std::string_view word, const std::vector<std::string>& candidates);
 
 }  // namespace vx::vxctl

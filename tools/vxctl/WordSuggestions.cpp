@@ -1,4 +1,4 @@
-#include "Suggest.h"
+#include "WordSuggestions.h"
 
 #include <algorithm>
 #include <cctype>
@@ -38,8 +38,8 @@ bool StartsWith(std::string_view text, std::string_view start) {
 
 }  // namespace
 
-std::vector<std::string> Closest(std::string_view word,
-                                 const std::vector<std::string>& candidates) {
+std::vector<std::string> ClosestWords(std::string_view word,
+                                      const std::vector<std::string>& candidates) {
     constexpr std::size_t kMostShown = 3;
     constexpr std::size_t kLettersPerEdit = 3;
     // Very long words are no misspelling of a command; comparing them would only cost time.
@@ -66,8 +66,8 @@ std::vector<std::string> Closest(std::string_view word,
     return closest;
 }
 
-std::string DidYouMean(std::string_view word, const std::vector<std::string>& candidates) {
-    const auto closest = Closest(word, candidates);
+std::string MeantWords(std::string_view word, const std::vector<std::string>& candidates) {
+    const auto closest = ClosestWords(word, candidates);
     if (closest.empty()) return {};
     std::string text = " (did you mean '" + closest.front() + "'";
     for (std::size_t i = 1; i < closest.size(); ++i)
