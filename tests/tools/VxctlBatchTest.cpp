@@ -109,9 +109,9 @@ TEST_F(VxctlBatch, RunsEveryLineOnOneConnectionSoThatChangesLastForTheBatch) {
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.err, "");
     EXPECT_NE(run.out.find("# line 2 (set nciSetpoints.occupied_cool 23.5)\n"), std::string::npos);
-    EXPECT_TRUE(
-        run.out.ends_with("# line 5 (get nciSetpoints.occupied_cool)\n"
-                          "nciSetpoints.occupied_cool = 23.5\n"))
+    EXPECT_NE(run.out.find("# line 5 (get nciSetpoints.occupied_cool)\n"
+                           "nciSetpoints.occupied_cool = 23.5"),
+              std::string::npos)
         << run.out;
 
     const Finished json = Vxctl({"--json", "run", Batch(kSiteChanges)});
@@ -194,10 +194,11 @@ TEST_F(VxctlBatch, StopsAtTheFirstLineThatFailsAndListsWhatDidNotRun) {
     EXPECT_EQ(document["notRun"], Json::parse(R"([{"line": 3, "command": "command clear-log 1"},
                                                   {"line": 4, "command": "set nciMaxFlow 300"}])"));
     EXPECT_EQ(document["error"], document["commands"][1]["error"]);
-    EXPECT_EQ(run.err,
-              "vxctl: line 2 (get nvoNothing): the device has no variable 'nvoNothing' (vxctl "
-              "objects lists them)\n"
-              "vxctl: the batch stopped; 2 of 4 commands not run\n");
+    EXPECT_TRUE(run.err.starts_with(
+        "vxctl: line 2 (get nvoNothing): the device has no variable 'nvoNothing'"))
+        << run.err;
+    EXPECT_TRUE(run.err.ends_with("\nvxctl: the batch stopped; 2 of 4 commands not run\n"))
+        << run.err;
 
     // A controller that does not do what was asked stops it too, with that line's exit code.
     const Finished rejected = Vxctl({"run", Batch("command clear-log 9\ninfo\n")});
