@@ -6,6 +6,7 @@
 
 #include "Crc16.h"
 #include "Hex.h"
+#include "NodeSelfDoc.h"
 #include "SimErrors.h"
 #include "automation/Clock.h"
 
@@ -114,16 +115,6 @@ enum ObjectRequestCode : std::uint8_t {
 constexpr std::uint32_t kObjModes = kObjDisabled | kObjManualControl | kObjInOverride |
                                     kObjProgrammingMode | kObjAlarmNotifyDisabled | kObjInAlarm;
 
-// The number of LonMark objects: the entries of the self-documentation's profile list.
-std::size_t ObjectCount(const std::string& selfDoc) {
-    const auto at = selfDoc.find('@');
-    if (at == std::string::npos) return 0;
-    const auto end = selfDoc.find(';', at);
-    const std::string_view list =
-        std::string_view(selfDoc).substr(at + 1, end == std::string::npos ? end : end - at - 1);
-    return static_cast<std::size_t>(std::count(list.begin(), list.end(), ',')) + 1;
-}
-
 bool StartsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
@@ -174,7 +165,9 @@ void SimulatedNodeState::Prepare() {
             coveredAt.push_back(*Find(name));
         }
     }
-    objects.assign(ObjectCount(node.selfDoc), ObjectState{});
+    // One object per block the self-documentation lists, a counted entry ("4[2Lamp") giving
+    // several.
+    objects.assign(FunctionalBlocks(node.selfDoc).size(), ObjectState{});
     for (const auto& block : node.memory) {
         std::copy(block.bytes.begin(), block.bytes.end(),
                   memory.begin() + static_cast<std::ptrdiff_t>(block.address));

@@ -534,7 +534,7 @@ TEST_F(VxctlThroughFaults, ReadsAndWritesThroughALossyNetworkAsWithoutLoss) {
     relay.DropAtRandom(Direction::kToNode, 0, 0);
     relay.DropAtRandom(Direction::kToClient, 0, 0);
     const Ran check = RunVxctl(folder, OnNode({"get", "nciSetpoints.occupied_cool"}, 3));
-    EXPECT_EQ(check.out, "nciSetpoints.occupied_cool = 24.5\n") << check.err;
+    EXPECT_EQ(check.out, "nciSetpoints.occupied_cool = 24.5 degrees Celsius\n") << check.err;
 }
 
 TEST_F(VxctlThroughFaults, ANodeThatIsGoneIsAFailure) {

@@ -145,7 +145,7 @@ TEST_F(VxctlOverLonIp, AChangeIsSeenByTheNextRunAndSurvivesARestartWithTheStateF
     vxsim.reset();
     Serve("default", {"--state", state.string()});
     EXPECT_EQ(Vxctl(OnNode({"get", "nciSetpoints.occupied_cool"})).out,
-              "nciSetpoints.occupied_cool = 24.5\n");
+              "nciSetpoints.occupied_cool = 24.5 degrees Celsius\n");
     EXPECT_EQ(Vxctl(OnNode({"name"})).out, "Hall 3\n");
 }
 

@@ -117,7 +117,8 @@ TEST(VxctlText, APathNamesFieldsAndArrayEntries) {
     const Finished written =
         Vxctl({"--device", kRoomSensor, "--json", "--yes", "set", "nvoAlarm.description[4]", "33"});
     EXPECT_EQ(written.exitCode, 0) << written.err;
-    EXPECT_EQ(Json::parse(written.out)["raw"],
+    EXPECT_EQ(Json::parse(written.out)["raw"], "21");
+    EXPECT_EQ(Json::parse(written.out)["variableRaw"],
               "01020000006401F42A48656C6C21" + std::string(34, '0'));
 
     const Finished outside = Vxctl({"--device", kRoomSensor, "get", "nvoAlarm.description[22]"});
@@ -131,25 +132,38 @@ TEST(VxctlText, APathNamesFieldsAndArrayEntries) {
 // ---- The documented shape of objects --json
 // ------------------------------------------------------
 
-// {"objects":[{"id","profile","profileName","variables":[{"name","category","configLevel",
-// "nvIndex"[,"value"]}]}]}, with a structure's value an object keyed by its field names.
+// {"objects":[{"id","profile","profileName","functionalProfile","blockName","variables":[{"name",
+// "category","configLevel","nvIndex","direction"|"item"[,"value"]}]}]}, with a structure's value an
+// object keyed by its field names.
 void ExpectObjectsShape(const Json& document, bool withValues) {
     ASSERT_TRUE(document.is_object());
     ASSERT_TRUE(document.contains("objects") && document["objects"].is_array());
     ASSERT_FALSE(document["objects"].empty());
     for (const auto& object : document["objects"]) {
         ASSERT_TRUE(object.is_object());
-        EXPECT_EQ(object.size(), 4u) << object.dump();
+        EXPECT_EQ(object.size(), 6u) << object.dump();
         EXPECT_TRUE(object["id"].is_number_integer());
         EXPECT_TRUE(object["profile"].is_number_integer());
         EXPECT_TRUE(object["profileName"].is_string());
+        // What the node's self-documentation lists for the object; null where it lists nothing.
+        EXPECT_TRUE(object["functionalProfile"].is_number_integer() ||
+                    object["functionalProfile"].is_null());
+        EXPECT_TRUE(object["blockName"].is_string() || object["blockName"].is_null());
         ASSERT_TRUE(object["variables"].is_array());
         for (const auto& variable : object["variables"]) {
-            EXPECT_EQ(variable.size(), withValues ? 5u : 4u) << variable.dump();
             EXPECT_TRUE(variable["name"].is_string());
             EXPECT_TRUE(std::set<int>({1, 2, 256, 512}).contains(variable["category"].get<int>()));
             EXPECT_TRUE(variable["configLevel"].is_number_integer());
-            EXPECT_TRUE(variable["nvIndex"].is_number_integer());
+            // A network variable has its index and the host's direction, a configuration item
+            // its item key.
+            if (variable["category"] == 1) {
+                EXPECT_TRUE(variable["item"].is_string());
+                EXPECT_EQ(variable.size(), withValues ? 5u : 4u) << variable.dump();
+            } else {
+                EXPECT_TRUE(variable["nvIndex"].is_number_integer());
+                EXPECT_TRUE(variable["direction"] == "input" || variable["direction"] == "output");
+                EXPECT_EQ(variable.size(), withValues ? 6u : 5u) << variable.dump();
+            }
             EXPECT_EQ(variable.contains("value"), withValues);
         }
     }
@@ -198,18 +212,10 @@ TEST(VxctlErrors, ALibraryErrorGivesItsNumberSourceAndDescriptionAndExitCode1) {
               "vxctl: error 0x80040201 (Vx.CDeviceObjectIOrvexLonObject_Variable.()): "
               "nvoSpaceTemp not found on object 2\n");
 
-    // A run-time error behind a refused value gives its decimal number too; --json puts it on
-    // stdout as well.
-    const Finished runtime = Vxctl({"--json", "set", "nciMaxFlow", "warm"});
-    EXPECT_EQ(runtime.exitCode, 2);
-    EXPECT_EQ(runtime.err.substr(0, runtime.err.find('\n')),
-              "vxctl: argument VALUE \"warm\": a number is needed here (error 13 = 0x0000000D "
-              "(Vx): Type mismatch)");
-    const Json error = Json::parse(runtime.out)["error"];
-    EXPECT_EQ(error["number"], 13);
-    EXPECT_EQ(error["hex"], "0x0000000D");
-    EXPECT_EQ(error["source"], "Vx");
-    EXPECT_EQ(error["description"], "Type mismatch");
+    // --json puts it on stdout as well.
+    const Finished json = Vxctl({"--json", "get", "nvoSpaceTemp", "--object", "2"});
+    EXPECT_EQ(json.exitCode, 1);
+    EXPECT_EQ(Json::parse(json.out)["error"]["number"], static_cast<std::int32_t>(0x80040201));
 }
 
 TEST(VxctlErrors, AControllerThatDoesNotDoWhatWasAskedGivesExitCode4) {

@@ -8,9 +8,12 @@
 #include <fmt/format.h>
 
 #include "ConfigFile.h"
+#include "NodeSelfDoc.h"
 #include "SavedConfiguration.h"
 #include "SupportRoutines.h"
 #include "Table.h"
+#include "ValueInput.h"
+#include "interfaces/INodeVariable.h"
 #include "interfaces/ITypeRegistry.h"
 
 namespace vx::vxctl {
@@ -117,6 +120,55 @@ const std::vector<CommandEntry>& CommandTable() {
     return table;
 }
 
+// What each command's parameters may hold: the frame keeps a byte or a 16-bit word for each, and
+// the library leaves a value that does not fit as 0 or raises overflow after clearing the frame.
+struct ParameterRange {
+    std::int32_t low;
+    std::int32_t high;
+};
+constexpr ParameterRange kByte = {0, 255};
+constexpr ParameterRange kWord = {0, 65535};
+constexpr ParameterRange kDownloadLevel = {2, 3};
+constexpr std::size_t kGenericDataBytes = 10;  // the frame's data bytes after the code
+
+std::vector<ParameterRange> ParameterRanges(const std::string& command) {
+    static const std::map<std::string, std::vector<ParameterRange>> ranges = {
+        {"reset-timer", {kWord, kWord}},
+        {"keypress", {kWord}},
+        {"clear-log", {kByte}},
+        {"reset-memory", {kByte}},
+        {"open-download", {kDownloadLevel}},
+        {"close-download", {kDownloadLevel}},
+        {"generic", {kByte}},
+    };
+    const auto found = ranges.find(command);
+    return found == ranges.end() ? std::vector<ParameterRange>{} : found->second;
+}
+
+// Refuses a parameter the command frame cannot carry as given, before anything is sent.
+void CheckCommandArguments(const FamilyCommand& command,
+                           const std::vector<std::int32_t>& arguments) {
+    const auto ranges = ParameterRanges(command.name);
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const bool isData = i >= command.parameters.size();
+        const ParameterRange range = isData              ? kByte
+                                     : i < ranges.size() ? ranges[i]
+                                                         : ParameterRange{INT32_MIN, INT32_MAX};
+        const std::string what =
+            isData ? fmt::format("data byte {}", i - command.parameters.size() + 1)
+                   : command.parameters[i];
+        if (arguments[i] < range.low || arguments[i] > range.high) {
+            throw UsageError(fmt::format("{}: {} is {}, outside {} to {}", command.name, what,
+                                         arguments[i], range.low, range.high));
+        }
+    }
+    if (command.takesData && arguments.size() > command.parameters.size() + kGenericDataBytes) {
+        throw UsageError(fmt::format("{}: {} data bytes given; the command carries at most {}",
+                                     command.name, arguments.size() - command.parameters.size(),
+                                     kGenericDataBytes));
+    }
+}
+
 std::string Joined(const std::vector<std::string>& texts) {
     return fmt::format("{}", fmt::join(texts, ", "));
 }
@@ -158,13 +210,50 @@ std::string PlaceText(const CDeviceVariable& variable) {
     return fmt::format("nv {}", variable.NvIndex());
 }
 
-std::string ObjectTitle(const CDeviceObject& object) {
+// What the node's self-documentation says of an object; nothing for one it does not list.
+const sim::FunctionalBlock* BlockOf(const std::vector<sim::FunctionalBlock>& blocks,
+                                    std::int32_t id) {
+    if (id < 0 || static_cast<std::size_t>(id) >= blocks.size()) return nullptr;
+    return &blocks[static_cast<std::size_t>(id)];
+}
+
+// "profile 8502 sccVAV": the functional profile and block name the node lists for the object.
+// The library reads only a list of bare numbers, so its profile code may be 0 where the node
+// says more.
+std::string BlockText(const sim::FunctionalBlock* block) {
+    if (block == nullptr) return "not listed in the node's self-documentation";
+    std::string text = block->profile ? fmt::format("profile {}", *block->profile) : "profile ?";
+    if (!block->name.empty()) text += " " + Utf8FromLatin1(block->name);
+    return text;
+}
+
+std::string ObjectTitle(const CDeviceObject& object, const sim::FunctionalBlock* block) {
     if (object.ID() < 0) return "node-wide items";
     std::string title = fmt::format("object {}", object.ID());
     if (object.ID() == 0) title += " (node object)";
-    title += fmt::format(": profile {}", object.Profile());
+    title += ": " + BlockText(block);
     if (const std::string label = object.ProfileName(); !label.empty()) title += ", " + label;
     return title;
+}
+
+Json BlockJson(const sim::FunctionalBlock* block) {
+    if (block == nullptr) return {{"functionalProfile", nullptr}, {"blockName", nullptr}};
+    return {{"functionalProfile", block->profile ? Json(*block->profile) : Json()},
+            {"blockName", Utf8FromLatin1(block->name)}};
+}
+
+// The host's direction flag of each network variable, by index: the library calls a variable an
+// input only when its self-documentation says "nvi", which a device interface file's do not.
+std::map<std::int32_t, bool> HostOutputs(const Session& session) {
+    std::map<std::int32_t, bool> outputs;
+    const auto list = session.HostConnection()->NetworkVariables();
+    if (!list) return outputs;
+    for (const auto& item : list->Items()) {
+        if (const auto record = std::dynamic_pointer_cast<INodeVariable>(item)) {
+            outputs[record->Index()] = record->IsOutput();
+        }
+    }
+    return outputs;
 }
 
 // Rows for the fields of a structure: `leading` cells, the field's branch under `stem`, its value.
@@ -237,8 +326,9 @@ Outcome ValueOutcome(const VariablePath& target, Json sent = nullptr) {
                     {"type", type ? Utf8FromLatin1(type->TypeName()) : ""},
                     {"units", type ? Utf8FromLatin1(type->Units()) : ""},
                     {"value", decoded.json},
-                    {"raw", RawHex(variable)}};
+                    {"raw", RawHex(variable, target.element, target.entry)}};
     if (target.entry) outcome.json["entry"] = *target.entry;
+    if (!target.field.empty() || target.entry) outcome.json["variableRaw"] = RawHex(variable);
     if (!sent.is_null()) outcome.json["sent"] = sent;
 
     if (decoded.fields.empty()) {
@@ -332,6 +422,12 @@ bool IsWholeNumber(std::string_view text) {
 
 }  // namespace
 
+std::string ParameterRangeText(const std::string& command, std::size_t parameter) {
+    const auto ranges = ParameterRanges(command);
+    if (parameter >= ranges.size()) return {};
+    return fmt::format("{} to {}", ranges[parameter].low, ranges[parameter].high);
+}
+
 const std::vector<FamilyCommand>& FamilyCommands() {
     static const std::vector<FamilyCommand> commands = [] {
         std::vector<FamilyCommand> described;
@@ -351,6 +447,28 @@ Outcome Info(Session& session) {
         objects.push_back(object->ID());
         objectTexts.push_back(object->ID() < 0 ? "node-wide" : std::to_string(object->ID()));
     }
+    // Every block the node lists, also those the library holds no object for (an object with no
+    // variables).
+    const auto blocks = sim::FunctionalBlocks(info->SelfDoc());
+    Json described = Json::array();
+    std::vector<std::string> blockTexts;
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        Json entry = {{"object", i}};
+        entry.update(BlockJson(&blocks[i]));
+        described.push_back(std::move(entry));
+    }
+    // Runs of alike blocks (a counted entry) as one range: "1-64: profile 20008 webServer".
+    for (std::size_t first = 0; first < blocks.size();) {
+        std::size_t last = first;
+        while (last + 1 < blocks.size() && blocks[last + 1].profile == blocks[first].profile &&
+               blocks[last + 1].name == blocks[first].name) {
+            ++last;
+        }
+        blockTexts.push_back(
+            last == first ? fmt::format("{}: {}", first, BlockText(&blocks[first]))
+                          : fmt::format("{}-{}: {}", first, last, BlockText(&blocks[first])));
+        first = last + 1;
+    }
     Outcome outcome;
     outcome.json = {{"device", session.DeviceName()},
                     {"revisionDescription", session.RevisionSource()},
@@ -361,7 +479,8 @@ Outcome Info(Session& session) {
                     {"state", Utf8FromLatin1(info->State(false, true))},
                     {"name", Utf8FromLatin1(info->Name(std::string(kNameLocation)))},
                     {"selfDoc", Utf8FromLatin1(info->SelfDoc())},
-                    {"objects", objects}};
+                    {"objects", objects},
+                    {"functionalBlocks", described}};
     const auto& json = outcome.json;
     outcome.text = Facts({
         {"device", fmt::format("{} ({})", json["device"].get<std::string>(), session.DeviceKind())},
@@ -374,6 +493,7 @@ Outcome Info(Session& session) {
         {"name", json["name"]},
         {"self-documentation", json["selfDoc"]},
         {"objects", Joined(objectTexts)},
+        {"functional blocks", blockTexts.empty() ? std::string("none listed") : Joined(blockTexts)},
     });
     return outcome;
 }
@@ -388,6 +508,8 @@ Outcome Objects(Session& session, bool withValues) {
                        });
     }
 
+    const auto blocks = sim::FunctionalBlocks(device.Info()->SelfDoc());
+    const auto outputs = HostOutputs(session);
     Json objects = Json::array();
     Table table;
     table.Line(fmt::format("device {}", Utf8FromLatin1(device.Info()->NeuronID())));
@@ -395,7 +517,8 @@ Outcome Objects(Session& session, bool withValues) {
     for (std::size_t i = 0; i < all.size(); ++i) {
         const CDeviceObject& object = *all[i];
         const bool lastObject = i + 1 == all.size();
-        table.Line((lastObject ? kLastBranch : kBranch) + ObjectTitle(object));
+        const sim::FunctionalBlock* block = BlockOf(blocks, object.ID());
+        table.Line((lastObject ? kLastBranch : kBranch) + ObjectTitle(object, block));
         const std::string stem = lastObject ? kNoTrunk : kTrunk;
 
         Json variables = Json::array();
@@ -405,12 +528,23 @@ Outcome Objects(Session& session, bool withValues) {
             const bool lastVariable = j + 1 == held.size();
             Json entry = {{"name", Named(variable)},
                           {"category", variable.Category()},
-                          {"configLevel", variable.ConfigLevel()},
-                          {"nvIndex", variable.NvIndex()}};
+                          {"configLevel", variable.ConfigLevel()}};
+            // A configuration item is no network variable: it has its item key, no index.
+            std::string kind = CategoryName(variable.Category());
+            if (variable.Category() == kCategoryConfigItem) {
+                entry["item"] = Utf8FromLatin1(variable.ItemName());
+            } else {
+                entry["nvIndex"] = variable.NvIndex();
+                if (const auto output = outputs.find(variable.NvIndex()); output != outputs.end()) {
+                    entry["direction"] = output->second ? "output" : "input";
+                    if (variable.Category() != kCategoryConfigProperty) {
+                        kind = output->second ? "output" : "input";
+                    }
+                }
+            }
             std::vector<std::string> row = {
-                stem + (lastVariable ? kLastBranch : kBranch) + Named(variable),
-                CategoryName(variable.Category()), fmt::format("level {}", variable.ConfigLevel()),
-                PlaceText(variable)};
+                stem + (lastVariable ? kLastBranch : kBranch) + Named(variable), kind,
+                fmt::format("level {}", variable.ConfigLevel()), PlaceText(variable)};
             if (!withValues) {
                 table.Row(std::move(row));
             } else {
@@ -425,10 +559,12 @@ Outcome Objects(Session& session, bool withValues) {
             }
             variables.push_back(std::move(entry));
         }
-        objects.push_back({{"id", object.ID()},
-                           {"profile", object.Profile()},
-                           {"profileName", Utf8FromLatin1(object.ProfileName())},
-                           {"variables", std::move(variables)}});
+        Json entry = {{"id", object.ID()},
+                      {"profile", object.Profile()},
+                      {"profileName", Utf8FromLatin1(object.ProfileName())}};
+        entry.update(BlockJson(object.ID() < 0 ? nullptr : block));
+        entry["variables"] = std::move(variables);
+        objects.push_back(std::move(entry));
     }
     Outcome outcome;
     outcome.json = {{"objects", std::move(objects)}};
@@ -446,23 +582,34 @@ Outcome Set(Session& session, std::string_view path, std::string_view value,
             std::optional<std::int32_t> object) {
     const VariablePath target = session.Find(path, object);
     CDeviceVariable& variable = *target.variable;
-    const TypedefPtr type = target.element->Typedef();
-    if (!type) {
-        throw ToolError(
-            fmt::format("{} has no known type: its value cannot be given as text", target.Shown()));
-    }
-    if (type->TypeCategory() == kCategoryStructure) {
-        throw UsageError(fmt::format("{} is a structure: name one of its fields ({})",
-                                     target.Shown(), Joined(type->FieldNames().Values())));
-    }
-    const Variant input = InputValue(*type, value);
-    if (input.IsString() && !IsWholeNumber(value) && !EnumMembers(*type).empty()) {
-        throw UsageError(fmt::format("'{}' is no member of {} ({})", value,
-                                     Utf8FromLatin1(type->TypeName()), MemberList(*type)));
-    }
-    // The node's value first, so that only the named part changes.
+    // The node's value first, so that only the named part changes and a raw value has its length.
     variable.Upload();
-    target.element->SetValue(target.entry.value_or(0), input);
+    // Everything is checked before anything is written: a refused value changes nothing.
+    std::vector<ElementWrite> writes;
+    std::optional<std::vector<std::uint8_t>> rawBytes;
+    if (!variable.Typedef()) {
+        if (!target.field.empty() || target.entry) {
+            throw ToolError(fmt::format("{} has no known type: it has no fields or entries",
+                                        Utf8FromLatin1(variable.Name())));
+        }
+        rawBytes = RawBytesInput(value, RawHex(variable).size() / 2, target.Shown());
+    } else if (target.entry) {
+        writes.push_back({target.Shown(), target.element, *target.entry,
+                          CheckValue(*target.element->Typedef(), value, target.Shown()),
+                          std::nullopt});
+    } else {
+        writes = PlanWrites(target.element, value, target.Shown());
+    }
+    std::vector<std::string> notes;
+    for (const auto& write : writes) {
+        for (const auto& note : write.value.notes)
+            notes.push_back(write.shown + ": " + note);
+    }
+    if (rawBytes) {
+        variable.ValueBuffer()->SetBytes(ByteArray(0, *rawBytes));
+    } else {
+        ApplyWrites(writes);
+    }
 
     Json sent;
     const std::int32_t category = variable.Category();
@@ -485,6 +632,9 @@ Outcome Set(Session& session, std::string_view path, std::string_view value,
 
     variable.Upload();  // what the node holds now
     Outcome outcome = ValueOutcome(target, sent);
+    if (!notes.empty()) outcome.json["notes"] = notes;
+    for (const auto& note : notes)
+        outcome.text += "note: " + note + "\n";
     outcome.text += SentText(sent) + "\n";
     if (const Json status = sent.value("commandStatus", Json()); !status.is_null()) {
         outcome.text += CommandStatusLine(status);
@@ -524,6 +674,22 @@ Outcome Name(Session& session, const std::string& location,
     const std::string where = Latin1FromUtf8(location);
     Outcome outcome;
     outcome.json = {{"location", location}};
+    constexpr std::size_t kNameLength = 30;  // the node keeps 30 characters, blank-padded
+    if (text) {
+        const std::string latin1 = Latin1FromUtf8(*text);
+        if (Utf8FromLatin1(latin1) != *text) {
+            throw UsageError(
+                fmt::format("the name '{}' has characters the controller cannot "
+                            "hold (it takes Latin-1 characters)",
+                            *text));
+        }
+        if (latin1.size() > kNameLength) {
+            throw UsageError(
+                fmt::format("the name has {} characters; the controller keeps at "
+                            "most {}",
+                            latin1.size(), kNameLength));
+        }
+    }
     if (text) {
         // Writing takes an address; other locations are offsets the file directory resolves.
         constexpr std::size_t kAddressDigits = 4;
@@ -540,7 +706,6 @@ Outcome Name(Session& session, const std::string& location,
     outcome.json["name"] = Utf8FromLatin1(name);
     outcome.text = Utf8FromLatin1(name) + "\n";
     if (text) {
-        constexpr std::size_t kNameLength = 30;  // the node keeps 30 characters, blank-padded
         if (name != TrimBlanks(Latin1FromUtf8(*text).substr(0, kNameLength))) {
             outcome.failure = "the name did not reach the controller";
         }
@@ -554,6 +719,7 @@ Outcome SendCommand(Session& session, const std::string& name, const Arguments& 
         return candidate.description.name == name;
     });
     if (entry == table.end()) throw UsageError(fmt::format("'{}' is no family command", name));
+    CheckCommandArguments(entry->description, arguments);
 
     CDevice& device = session.Device();
     const bool sent = entry->send(*device.Command(), arguments);

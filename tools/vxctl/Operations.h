@@ -33,6 +33,8 @@ struct FamilyCommand {
     bool takesData = false;  // up to ten data bytes follow the parameters
 };
 const std::vector<FamilyCommand>& FamilyCommands();
+// "0 to 65535": what a command's parameter may hold; "" when the command takes any number there.
+std::string ParameterRangeText(const std::string& command, std::size_t parameter);
 
 // The family keeps the device name at location 20 of the node's configuration values.
 inline constexpr std::string_view kNameLocation = "20";

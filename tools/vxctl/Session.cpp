@@ -1,14 +1,17 @@
 #include "Session.h"
 
 #include <charconv>
+#include <set>
 
 #include <fmt/format.h>
 
 #include "DefaultController.h"
 #include "RevisionJson.h"
+#include "Suggest.h"
 #include "ValueText.h"
 #include "VxDef.h"
 #include "automation/Collection.h"
+#include "interfaces/INodeVariable.h"
 
 namespace vx::vxctl {
 namespace {
@@ -60,7 +63,30 @@ Session::Session(Connection connection, const std::string& revision, Progress& p
     } catch (const ComError& error) {
         if (!m_device->Connected()) throw;
         m_connectError = error;
+        // The library's own error for a variable it cannot place names no variable: the binding
+        // pass stops at the first one, which is then in no object.
+        if (error.Number() == kErrSubscriptOutOfRange || error.Number() == kErrObjectNotSet) {
+            m_connectStoppedAt = FirstUnboundVariable();
+        }
     }
+}
+
+std::string Session::FirstUnboundVariable() const {
+    std::set<std::int32_t> bound;
+    for (const auto& variable : Variables()) {
+        if (variable->Category() != kCategoryConfigItem) bound.insert(variable->NvIndex());
+    }
+    const auto list = m_connection.node->NetworkVariables();
+    if (!list) return {};
+    for (const auto& item : list->Items()) {
+        const auto record = std::dynamic_pointer_cast<INodeVariable>(item);
+        if (!record || bound.contains(record->Index())) continue;
+        return fmt::format(
+            "network variable {} (nv {}, self-documentation \"{}\"), which the "
+            "library could not give an object",
+            Utf8FromLatin1(record->Name()), record->Index(), Utf8FromLatin1(record->SelfDoc()));
+    }
+    return {};
 }
 
 Session::~Session() {
@@ -118,9 +144,12 @@ VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> ob
             holders.push_back(candidate->Object() ? candidate->Object()->ID() : -1);
         }
         if (matches.empty()) {
+            std::vector<std::string> names;
+            for (const auto& candidate : Variables())
+                names.push_back(Utf8FromLatin1(candidate->Name()));
             throw ToolError(
-                fmt::format("the device has no variable '{}' (vxctl objects lists them)",
-                            Utf8FromLatin1(name)));
+                fmt::format("the device has no variable '{}'{}; vxctl objects lists them",
+                            Utf8FromLatin1(name), DidYouMean(Utf8FromLatin1(name), names)));
         }
         if (matches.size() > 1) {
             throw UsageError(fmt::format("'{}' is on objects {}: choose one with --object",
@@ -151,9 +180,10 @@ VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> ob
                 // The type's own error says no more than "invalid procedure call".
             }
             if (!field) {
-                throw ToolError(fmt::format("{} ({}) has no field '{}'; its fields: {}", reached,
+                const StringArray names = type->FieldNames();
+                throw ToolError(fmt::format("{} ({}) has no field '{}'{}; its fields: {}", reached,
                                             type->TypeName(), Utf8FromLatin1(piece),
-                                            FieldList(*type)));
+                                            DidYouMean(piece, names.Values()), FieldList(*type)));
             }
             type = field->Typedef();
             reached += "." + Utf8FromLatin1(piece);

@@ -51,6 +51,9 @@ public:
     // "built-in", the revision file, or "none".
     const std::string& RevisionSource() const { return m_revisionSource; }
     const std::optional<ComError>& ConnectError() const { return m_connectError; }
+    // The network variable the connect stopped at when it could not give it an object ("network
+    // variable nvoVersion (nv 14, self-documentation \"\")"); "" when that is not why it stopped.
+    const std::string& ConnectStoppedAt() const { return m_connectStoppedAt; }
     // Where long work is shown.
     Progress& Reporter() const { return m_progress; }
 
@@ -73,6 +76,9 @@ public:
     void DownloadConfiguration(std::int32_t mask, std::optional<std::int32_t> object);
 
 private:
+    // The first network variable of the host's list that no object holds.
+    std::string FirstUnboundVariable() const;
+
     // The object whose checksum list a level-3 download sends: `preferred` when it has one, else
     // the first object that has one. The node keeps one checksum, so another object's empty list
     // would overwrite it with a wrong one.
@@ -83,6 +89,7 @@ private:
     std::shared_ptr<CDevice> m_device;
     std::string m_revisionSource;
     std::optional<ComError> m_connectError;
+    std::string m_connectStoppedAt;
 };
 
 }  // namespace vx::vxctl

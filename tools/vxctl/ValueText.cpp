@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "CDeviceVariableElement.h"
 #include "CatalogueType.h"
 #include "Hex.h"
 #include "automation/Collection.h"
@@ -40,7 +41,8 @@ Json JsonOf(const Variant& value) {
 std::string ScalarText(IOrvexDataElement& element, const IOrvexTypedef& type, const Variant& value,
                        std::int32_t arrayIndex) {
     if (value.Type() == vbBoolean) return *value.Get<bool>() ? "true" : "false";
-    if (value.IsString()) return "\"" + Utf8FromLatin1(*value.Get<std::string>()) + "\"";
+    // fmt rather than +: g++ 12 at -O3 misreads the concatenation as an overlapping copy.
+    if (value.IsString()) return fmt::format("\"{}\"", Utf8FromLatin1(*value.Get<std::string>()));
     if (value.Type() == vbLong || value.Type() == vbInteger) {
         if (std::string member = type.EnumMemberName(CLng(value)); !member.empty()) return member;
     }
@@ -65,7 +67,32 @@ std::string ScalarText(IOrvexDataElement& element, const IOrvexTypedef& type, co
     return text;
 }
 
+// The text of a character array: printable characters up to the first zero, zeros after it;
+// nothing when it holds anything else, which is then shown entry by entry.
+std::optional<std::string> CharacterText(IOrvexDataElement& element) {
+    std::string text;
+    bool ended = false;
+    for (std::int32_t entry = 0; entry <= element.UBound(); ++entry) {
+        const std::int32_t code = element.UnScaledValue(entry);
+        if (code == 0) {
+            ended = true;
+        } else if (ended || code < kFirstPrintable || code > kLastPrintable) {
+            return std::nullopt;
+        } else {
+            text += static_cast<char>(code);
+        }
+    }
+    return text;
+}
+
 }  // namespace
+
+bool IsCharacterArray(IOrvexDataElement& element) {
+    const TypedefPtr type = element.Typedef();
+    return type && element.UBound() >= 0 && type->TypeCategory() == kCategoryInteger &&
+           type->BitSize() == 8 && !type->IsSigned() && type->MinValue() >= kFirstPrintable &&
+           type->MaxValue() <= kLastPrintable && type->EnumMemberName(0).empty();
+}
 
 DecodedValue Undecoded(std::string text) {
     DecodedValue decoded;
@@ -129,6 +156,13 @@ DecodedValue DecodeElement(const DataElementPtr& element) {
         return decoded;
     }
     const std::int32_t last = element->UBound();
+    if (last >= 0 && IsCharacterArray(*element)) {
+        if (auto text = CharacterText(*element)) {
+            decoded.json = Utf8FromLatin1(*text);
+            decoded.text = fmt::format("\"{}\"", Utf8FromLatin1(*text));
+            return decoded;
+        }
+    }
     if (last < 0) {
         const Variant value = element->Value(0);
         decoded.json = JsonOf(value);
@@ -142,7 +176,7 @@ DecodedValue DecodeElement(const DataElementPtr& element) {
         decoded.json.push_back(JsonOf(value));
         texts.push_back(ScalarText(*element, *type, value, entry));
     }
-    decoded.text = "[" + fmt::format("{}", fmt::join(texts, ", ")) + "]";
+    decoded.text = fmt::format("[{}]", fmt::join(texts, ", "));
     return decoded;
 }
 
@@ -165,6 +199,42 @@ DecodedValue DecodeVariable(CDeviceVariable& variable) {
 
 std::string RawHex(CDeviceVariable& variable) {
     return sim::ToHex(variable.ValueBuffer()->GetBytes().Values());
+}
+
+std::string RawHex(CDeviceVariable& variable, const DataElementPtr& element,
+                   std::optional<std::int32_t> entry) {
+    const auto* concrete = dynamic_cast<const CDeviceVariableElement*>(element.get());
+    const TypedefPtr type = element->Typedef();
+    if (concrete == nullptr || !type || element == variable.Element()) return RawHex(variable);
+    const std::vector<std::uint8_t> bytes = variable.ValueBuffer()->GetBytes().Values();
+    const std::int32_t bits = type->BitSize();
+    const std::int32_t entries = entry ? 1 : std::max(element->UBound() + 1, 1);
+    std::size_t first = concrete->Offset()->ByteOffset();
+    if (concrete->Offset()->BitOffset() == 0 && bits > 0 && bits % 8 == 0) {
+        const auto stride = static_cast<std::size_t>(bits / 8);
+        if (entry) first += stride * static_cast<std::size_t>(*entry);
+        const std::size_t last = std::min(bytes.size(), first + stride * entries);
+        if (first >= last) return {};
+        return sim::ToHex(
+            std::vector<std::uint8_t>(bytes.begin() + static_cast<std::ptrdiff_t>(first),
+                                      bytes.begin() + static_cast<std::ptrdiff_t>(last)));
+    }
+    // A bit field: its raw number, as many digits as its width needs.
+    const auto digits = static_cast<std::size_t>((std::max(bits, 1) + 3) / 4);
+    return fmt::format(
+        "{:0{}X}", static_cast<std::uint32_t>(element->UnScaledValue(entry.value_or(0))), digits);
+}
+
+std::string ValueWithUnits(const DecodedValue& decoded) {
+    if (decoded.fields.empty()) return decoded.text;
+    std::vector<std::string> parts;
+    for (const auto& field : decoded.fields)
+        parts.push_back(field.field + " " + ValueWithUnits(field));
+    return fmt::format("{}", fmt::join(parts, "; "));
+}
+
+std::string ValueWithUnits(const DataElementPtr& element) {
+    return ValueWithUnits(DecodeElement(element));
 }
 
 std::string ErrorText(const ComError& error) {

@@ -36,6 +36,14 @@ struct DecodedValue {
     std::vector<DecodedValue> fields;
 };
 
+// The printable characters a character array holds.
+inline constexpr std::int32_t kFirstPrintable = 32;
+inline constexpr std::int32_t kLastPrintable = 126;
+
+// Whether an element is an array of printable characters (an alarm's description), shown and
+// taken as a text.
+bool IsCharacterArray(IOrvexDataElement& element);
+
 // Decodes an element of a loaded value. Errors of the element pass.
 DecodedValue DecodeElement(const DataElementPtr& element);
 // One entry of an array field.
@@ -50,6 +58,16 @@ DecodedValue DecodeVariable(CDeviceVariable& variable);
 
 // The value held by the variable's value buffer, two hexadecimal digits a byte.
 std::string RawHex(CDeviceVariable& variable);
+// What a field or array entry holds: its bytes when it takes whole bytes, else its raw number,
+// in hexadecimal. The whole value's bytes for the variable's own element.
+std::string RawHex(CDeviceVariable& variable, const DataElementPtr& element,
+                   std::optional<std::int32_t> entry);
+
+// A value as people read it, with its units: "21.35 degrees Celsius", "HVAC_COOL", "\"Hello\"";
+// a structure's fields as "name value" pairs joined by "; ".
+std::string ValueWithUnits(const DecodedValue& decoded);
+// The same for an element of a loaded value (a whole value or a field). Errors of the element pass.
+std::string ValueWithUnits(const DataElementPtr& element);
 
 // "error 0x80040201 (source): description"; run-time errors also give their decimal number.
 std::string ErrorText(const ComError& error);

@@ -20,6 +20,7 @@
 #include "ErrorReport.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
+#include "ValueInput.h"
 #include "WordSuggestions.h"
 
 namespace vx::vxctl {
@@ -294,11 +295,15 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Command& command) {
                  "confirm the changes that ask first (reset-memory, mode reset, writes to "
                  "outputs and to the configuration checksum)");
 
-    runs(app.add_subcommand("info", "identity, state, self-documentation and revision"),
+    runs(app.add_subcommand("info",
+                            "identity, state, self-documentation, revision and the "
+                            "functional blocks the node lists"),
          [](Session& session) { return Info(session); });
 
     auto* objects =
-        app.add_subcommand("objects", "the objects with their profiles and variables, as a tree");
+        app.add_subcommand("objects",
+                           "the objects with the profile and block name the node lists, and "
+                           "their variables with the host's direction, as a tree");
     objects->add_flag("--values", line.values, "read and show every value");
     runs(objects, [&line](Session& session) { return Objects(session, line.values); });
 
@@ -316,7 +321,11 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Command& command) {
         "write to an output or to the configuration checksum asks first");
     set->add_option("NAME", line.path, "variable[.field...][[entry]]")->required();
     set->add_option("VALUE", line.value,
-                    "a number, an enumeration member, true or false, or a text")
+                    "a number, with a unit if wanted (\"72 F\"); an enumeration member; true or "
+                    "false; a text; 'invalid' for the type's invalid code; a whole structure, its "
+                    "fields in order (\"100 1\") or a JSON object of some ('{\"value\": 50}'); "
+                    "raw bytes in hexadecimal for a value of no known type (0x0102). A value the "
+                    "type cannot hold is refused with its range, nothing written")
         ->required();
     auto* setObject =
         AddNumber(set, "--object", line.object, -1, 65535, "the object that holds it");
@@ -331,6 +340,12 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Command& command) {
         },
         [&line, setObject](Session& session) -> std::optional<std::string> {
             const VariablePath target = session.Find(line.path, Given(setObject, line.object));
+            // A value that would be refused is refused before anybody is asked to confirm it.
+            if (const auto type = target.element->Typedef(); type && target.entry) {
+                CheckValue(*type, line.value, target.Shown());
+            } else if (type) {
+                PlanWrites(target.element, line.value, target.Shown());
+            }
             if (target.variable->Category() == kCategoryOutputNv) {
                 return fmt::format("write {} to the controller's output {}", line.value,
                                    target.Shown());
@@ -623,6 +638,27 @@ std::unique_ptr<Parsed> Parse(const std::vector<std::string>& words) {
 
 // ---- Running -----------------------------------------------------------------------------------
 
+// A connect that stopped part-way: the library's error and, where known, the variable it
+// stopped at.
+struct ConnectStop {
+    std::optional<ComError> error;
+    std::string stoppedAt;
+
+    explicit operator bool() const { return error.has_value(); }
+    Json ToJson() const {
+        Json json = ErrorJson(*error);
+        if (!stoppedAt.empty()) json["stoppedAt"] = stoppedAt;
+        return json;
+    }
+    void Print(std::ostream& err) const {
+        err << "vxctl: the connect stopped part-way, " << ErrorText(*error) << "\n";
+        if (!stoppedAt.empty()) err << "vxctl: it stopped at " << stoppedAt << "\n";
+    }
+    static ConnectStop Of(const Session& session) {
+        return {session.ConnectError(), session.ConnectStoppedAt()};
+    }
+};
+
 // How one run reports: text or JSON, and where confirmations are asked.
 struct Reporter {
     std::ostream& out;
@@ -647,16 +683,14 @@ struct Reporter {
     }
 
     // Prints the failure; returns its exit code.
-    int Fail(const Failure& failure, const std::optional<ComError>& connectError) const {
+    int Fail(const Failure& failure, const ConnectStop& connectError) const {
         if (json) {
             Json document = {{"error", FailureJson(failure)}};
-            if (connectError) document["connectError"] = ErrorJson(*connectError);
+            if (connectError) document["connectError"] = connectError.ToJson();
             out << document.dump(2) << "\n";
         }
         err << "vxctl: " << FailureText(failure) << "\n";
-        if (connectError) {
-            err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError) << "\n";
-        }
+        if (connectError) connectError.Print(err);
         if (failure.code == kExitUsage) err << kHint << "\n";
         return failure.code;
     }
@@ -679,16 +713,16 @@ std::optional<Failure> Guarded(Body&& body) {
 }
 
 // The exit code of an outcome: a failure the controller reported, else the connect's.
-ExitCode CodeOf(const Outcome& outcome, const std::optional<ComError>& connectError) {
+ExitCode CodeOf(const Outcome& outcome, const ConnectStop& connectError) {
     if (!outcome.failure.empty()) return kExitNotDone;
     return connectError ? kExitPartial : kExitSuccess;
 }
 
 // The outcome's document with its failure and the connect's, as a script reads it.
-Json OutcomeJson(const Outcome& outcome, const std::optional<ComError>& connectError) {
+Json OutcomeJson(const Outcome& outcome, const ConnectStop& connectError) {
     Json json = outcome.json;
     if (!outcome.failure.empty()) json["error"] = FailureJson({kExitNotDone, outcome.failure, {}});
-    if (connectError) json["connectError"] = ErrorJson(*connectError);
+    if (connectError) json["connectError"] = connectError.ToJson();
     return json;
 }
 
@@ -703,7 +737,7 @@ int RunCommand(const Parsed& parsed, const Reporter& reporter, bool terminal) {
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
 
-    std::optional<ComError> connectError;
+    ConnectStop connectError;
     Outcome outcome;
     const auto failure = Guarded([&] {
         if (parsed.command.standalone) {
@@ -711,7 +745,7 @@ int RunCommand(const Parsed& parsed, const Reporter& reporter, bool terminal) {
             return;
         }
         Session session(line.device, progress);
-        connectError = session.ConnectError();
+        connectError = ConnectStop::Of(session);
         if (parsed.command.question) {
             if (const auto question = parsed.command.question(session)) {
                 reporter.Confirm(*question);
@@ -726,8 +760,8 @@ int RunCommand(const Parsed& parsed, const Reporter& reporter, bool terminal) {
     PrintNotes(outcome, reporter.err, "");
     if (!outcome.failure.empty()) reporter.err << "vxctl: " << outcome.failure << "\n";
     if (connectError) {
-        reporter.err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError)
-                     << "\nvxctl: shown is what was loaded before it stopped\n";
+        connectError.Print(reporter.err);
+        reporter.err << "vxctl: shown is what was loaded before it stopped\n";
     }
     return CodeOf(outcome, connectError);
 }
@@ -787,7 +821,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     std::vector<BatchCommand> commands;
     if (const auto failure = Guarded(
             [&] { commands = ParseBatchCommands(ReadBatch(top.batch, reporter.console)); })) {
-        return reporter.Fail(*failure, std::nullopt);
+        return reporter.Fail(*failure, {});
     }
     reporter.inputIsScript = top.batch == "-";
 
@@ -796,7 +830,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     if (terminal) clock.emplace(progress);
 
     Json done = Json::array();
-    std::optional<ComError> connectError;
+    ConnectStop connectError;
     std::optional<Failure> stopped;
     std::size_t ran = 0;
     const auto describe = [](const BatchCommand& command) {
@@ -804,7 +838,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     };
     const auto failure = Guarded([&] {
         Session session(top.device, progress);
-        connectError = session.ConnectError();
+        connectError = ConnectStop::Of(session);
         // Every confirmation first: a refusal leaves the controller untouched.
         for (const auto& command : commands) {
             const auto& question = command.parsed->command.question;
@@ -837,7 +871,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
             }
             const ExitCode code = outcome.failure.empty() ? kExitSuccess : kExitNotDone;
             entry["exitCode"] = static_cast<int>(code);
-            entry["result"] = OutcomeJson(outcome, std::nullopt);
+            entry["result"] = OutcomeJson(outcome, {});
             done.push_back(std::move(entry));
             if (!reporter.json) reporter.out << outcome.text;
             PrintNotes(outcome, reporter.err, at);
@@ -859,7 +893,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     if (reporter.json) {
         Json document = {{"commands", std::move(done)}, {"notRun", notRun}};
         if (stopped) document["error"] = FailureJson(*stopped);
-        if (connectError) document["connectError"] = ErrorJson(*connectError);
+        if (connectError) document["connectError"] = connectError.ToJson();
         reporter.out << document.dump(2) << "\n";
     }
     if (stopped) {
@@ -871,8 +905,8 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
         if (code == kExitUsage) reporter.err << kHint << "\n";
     }
     if (connectError) {
-        reporter.err << "vxctl: the connect stopped part-way, " << ErrorText(*connectError)
-                     << "\nvxctl: the commands ran on what was loaded before it stopped\n";
+        connectError.Print(reporter.err);
+        reporter.err << "vxctl: the commands ran on what was loaded before it stopped\n";
     }
     return code;
 }
@@ -959,7 +993,7 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
     Reporter reporter{out, err, console, AsksForJson(arguments)};
     std::unique_ptr<Parsed> parsed;
     if (const auto failure = Guarded([&] { parsed = Parse(arguments); })) {
-        return reporter.Fail(*failure, std::nullopt);
+        return reporter.Fail(*failure, {});
     }
     if (parsed->help) {
         out << (reporter.json ? Json{{"help", *parsed->help}}.dump(2) + "\n" : *parsed->help);

@@ -54,6 +54,39 @@ RAW_OVERRIDES = {
     "SNVT_temp": {"min": 0, "max": 65535},
 }
 
+# Units of structure fields that the data gives a layout but no units: the standard definitions of
+# these structures state them in their text, which the data keeps only for whole types.
+FIELD_UNITS = {
+    **{f"SNVT_temp_setpt.{name}": "degrees Celsius"
+       for name in ("occupied_cool", "standby_cool", "unoccupied_cool", "occupied_heat",
+                    "standby_heat", "unoccupied_heat")},
+    "SNVT_switch.value": "% of full level",
+    **{f"SNVT_hvac_status.{name}": "% of full level"
+       for name in ("heat_output_primary", "heat_output_secondary", "cool_output", "econ_output",
+                    "fan_output")},
+    "SNVT_hvac_overid.percent": "% of full level",
+    "SNVT_hvac_overid.flow": "liters/second",
+    "SNVT_setting.setting": "% of full level",
+    "SNVT_setting.rotation": "degrees",
+    "SNVT_scene_cfg.setting": "% of full level",
+    "SNVT_scene_cfg.rotation": "degrees",
+    "SNVT_scene_cfg.fade_time": "seconds",
+    "SNVT_scene_cfg.delay_time": "seconds",
+    "SNVT_time_passed.hours": "hours",
+    "SNVT_time_passed.minutes": "minutes",
+    "SNVT_time_passed.seconds": "seconds",
+    "SNVT_time_passed.milliseconds": "ms",
+    "SNVT_time_stamp_p.second": "seconds",
+    "SNVT_time_stamp_p.hundredths": "seconds",
+    "SNVT_ptz.pan_speed": "% of full scale",
+    "SNVT_ptz.tilt_speed": "% of full scale",
+    "SNVT_ptz.zoom_speed": "% of full scale",
+    "SNVT_log_status.level": "% of full level",
+    "SNVT_log_fx_status.complete": "% of full level",
+    "SNVT_load_offsets.standby_rotation": "degrees",
+    "SNVT_load_offsets.demand_response_rotation": "degrees",
+}
+
 # The node object's status record: a 16-bit object id, then 32 flag bits numbered from bit 31 (the
 # most significant bit of byte 2) down.
 OBJ_STATUS_FLAGS_BYTE = 2
@@ -367,7 +400,7 @@ def parse_structure(cat, enums, type_name, size, text):
                 row = cat.add(
                     integer_row(
                         full, bits, signed, (a, 0, c), opts.get("min"), opts.get("max"),
-                        opts.get("inv"),
+                        opts.get("inv"), units=FIELD_UNITS.get(full, ""),
                     )
                 )
             items.append(("field", fname, int(array) if array else 0, row))
