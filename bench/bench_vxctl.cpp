@@ -3,6 +3,11 @@
 // datagrams a run sends are what a real channel would carry, at about 10 ms each.
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+#include <filesystem>
+
+#include "ConfigCommands.h"
+#include "ConfigFile.h"
 #include "DefaultController.h"
 #include "LonIpNode.h"
 #include "NodeServer.h"
@@ -53,6 +58,40 @@ void BM_ObjectsWithValues_InProcess(benchmark::State& state) {
     RunObjectsWithValues(state, vx::vxctl::DeviceChoice{});
 }
 BENCHMARK(BM_ObjectsWithValues_InProcess)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A restore of a saved file of N keys onto the default controller, whose 16 values it holds as they
+// are; the rest are keys the controller does not have (skipped). The time is the file's reading
+// and its matching to the device, which must grow linearly with N.
+void BM_RestoreLargeFile(benchmark::State& state) {
+    static const auto types = vx::UseStandardTypes();
+    vx::vxctl::Progress quiet(nullptr);
+    const auto path = std::filesystem::temp_directory_path() /
+                      ("vxctl-bench-restore-" + std::to_string(getpid()) + ".json");
+    const auto node = vx::sim::SimulatedNode::Create(vx::sim::DefaultController());
+    node->SetRecording(false);
+    vx::vxctl::Session session({node, "default", "simulated controller", node->ProgramIDText()}, {},
+                               quiet);
+    vx::vxctl::ConfigSave(session, path.string());
+    auto saved = vx::vxctl::ReadConfigurationFile(path.string());
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+        saved.values.push_back({"nciExtra" + std::to_string(i) + ".1", {0x01, 0x02}});
+    }
+    vx::vxctl::WriteConfigurationFile(path.string(), saved);
+    for (auto _ : state) {
+        const auto outcome =
+            vx::vxctl::ConfigRestore(session, path.string(), {.skipUnknown = true});
+        benchmark::DoNotOptimize(outcome.json.size());
+    }
+    state.SetComplexityN(state.range(0));
+    std::filesystem::remove(path);
+}
+BENCHMARK(BM_RestoreLargeFile)
+    ->Arg(25000)
+    ->Arg(50000)
+    ->Arg(100000)
+    ->Arg(200000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 }  // namespace
 

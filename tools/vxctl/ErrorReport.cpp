@@ -54,6 +54,8 @@ Json FailureJson(const Failure& failure) {
         for (const char* key : {"number", "hex", "source", "description"})
             json[key] = library[key];
     }
+    for (const auto& [key, value] : failure.details.items())
+        json[key] = value;
     return json;
 }
 

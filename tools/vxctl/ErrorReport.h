@@ -11,6 +11,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ToolErrors.h"
 #include "ValueText.h"
@@ -22,6 +23,10 @@ struct Failure {
     ExitCode code = kExitFailure;
     std::string message;
     std::optional<ComError> library;
+    // Lines said on stderr after the message (what may be left open), and members added to the
+    // JSON error ("downloadClosed").
+    std::vector<std::string> followUp = {};
+    Json details = Json::object();
 };
 
 // The failure an exception stands for.

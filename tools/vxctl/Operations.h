@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "Session.h"
+#include "Table.h"
 #include "ValueText.h"
+#include "Vxctl.h"
 
 namespace vx::vxctl {
 
@@ -21,6 +23,8 @@ struct Outcome {
     Json json = Json::object();
     std::string text;
     std::string failure;
+    // The exit code when `failure` is set (Vxctl.h).
+    int failureCode = kExitNotDone;
     // Said on stderr whatever the output form; the run still succeeds.
     std::vector<std::string> notes;
 };
@@ -56,14 +60,20 @@ Outcome CommandStatus(Session& session);
 // The status flags of one object, or of every object.
 Outcome ObjectStatus(Session& session, std::optional<std::int32_t> object);
 Outcome Request(Session& session, std::int32_t object, std::string_view request);
-Outcome ConfigUpload(Session& session);
-// Sends the configuration values of levels 2 to `level` (of one object, or all) again as the node
-// holds them, so that the node takes its configuration anew; at level 3 with a fresh checksum and
-// an application reset.
-Outcome ConfigDownload(Session& session, std::int32_t level, std::optional<std::int32_t> object);
-Outcome ConfigSave(Session& session, const std::string& path);
-// Imports a saved configuration, downloads what changed, and reads the configuration back from
-// the node to check that it holds every saved value.
-Outcome ConfigRestore(Session& session, const std::string& path);
+
+// Helpers the command files share.
+std::string Joined(const std::vector<std::string>& texts);
+std::int32_t ObjectOf(const CDeviceVariable& variable);
+std::string Named(const CDeviceVariable& variable);
+// The key the library imports a configuration value by: "3-2", "nciSetpoints.20".
+std::string ConfigKey(const CDeviceVariable& variable);
+// Rows for the fields of a structure: `leading` cells, the field's branch under `stem`, its value.
+void AddFieldRows(Table& table, const std::vector<std::string>& leading, const std::string& stem,
+                  const std::vector<DecodedValue>& fields);
+// The node's answer to the last command; null when the node has no command status variable.
+Json CommandStatusJson(CDevice& device);
+// One line for people; "" for a node without a command status variable.
+std::string CommandStatusLine(const Json& status);
+bool StatusBit(const Json& status, const char* name);
 
 }  // namespace vx::vxctl

@@ -6,8 +6,10 @@
 #include <fmt/format.h>
 
 #include "DefaultController.h"
+#include "Interrupt.h"
 #include "RevisionJson.h"
 #include "Suggest.h"
+#include "SupportRoutines.h"
 #include "ValueText.h"
 #include "VxDef.h"
 #include "automation/Collection.h"
@@ -22,6 +24,11 @@ constexpr std::int32_t kFirstPhaseLevel = 2;
 // the library gives up waiting for the application reset after about 90 seconds.
 constexpr std::uint64_t kPhasePausesMs = 2000;
 constexpr std::uint64_t kResetWaitLimitMs = 92000;
+// The command status bit of an open configuration download.
+constexpr std::int32_t kStatusDownloadOpen = 2;
+// What the node's alarm message says while its application restarts.
+constexpr const char* kAlarmMessage = "nvoAlarmMessage";
+constexpr std::string_view kApplicationResetting = "0 Application Resetting";
 
 std::string FieldList(const IOrvexTypedef& type) {
     return fmt::format("{}", fmt::join(type.FieldNames().Values(), ", "));
@@ -186,7 +193,9 @@ VariablePath Session::Find(std::string_view path, std::optional<std::int32_t> ob
                                             DidYouMean(piece, names.Values()), FieldList(*type)));
             }
             type = field->Typedef();
-            reached += "." + Utf8FromLatin1(piece);
+            // Appended in two steps: g++ 12 at -O3 misreads the concatenation as an overlap.
+            reached += '.';
+            reached += Utf8FromLatin1(piece);
             if (end == std::string::npos) break;
             start = end + 1;
         }
@@ -206,6 +215,7 @@ void Session::Upload(const std::vector<DeviceVariablePtr>& variables, std::strin
                      const std::function<void(CDeviceVariable&, const ComError&)>& failed) {
     ProgressScope shown(m_progress, std::move(label), variables.size());
     for (const auto& variable : variables) {
+        ThrowIfInterrupted();  // over the network a long read has no waits that would see it
         try {
             variable->Upload();
         } catch (const ComError& error) {
@@ -217,17 +227,77 @@ void Session::Upload(const std::vector<DeviceVariablePtr>& variables, std::strin
 }
 
 void Session::DownloadConfiguration(std::int32_t mask, std::optional<std::int32_t> object) {
+    const std::int32_t level = m_device->ConfigModificationLevel();
     // Below the phase levels the items were written as they changed, and no restart follows.
-    if (m_device->ConfigModificationLevel() < kFirstPhaseLevel) mask &= ~kCategoryConfigItem;
+    if (level < kFirstPhaseLevel) mask &= ~kCategoryConfigItem;
     if (mask == 0) return;
-    {
-        WaitScope shown(m_progress, "downloading the configuration", kPhasePausesMs);
-        m_device->Download(ChecksumObject(object), mask);
+    const bool framed = level >= kFirstPhaseLevel;
+    try {
+        {
+            WaitScope shown(m_progress, "downloading the configuration", kPhasePausesMs);
+            m_device->Download(ChecksumObject(object), mask);
+        }
+        if (m_device->DeferredClose()) {
+            WaitScope shown(m_progress, "waiting for the application reset", kResetWaitLimitMs);
+            m_device->Upload(0);  // closes the download and waits for the restart; uploads nothing
+            if (StillResetting()) m_resetUnfinished = true;
+        }
+    } catch (const ComError& error) {
+        throw DownloadStopped(error, 0, level, !framed || ClosePhase(level));
+    } catch (const Interrupted& stop) {
+        AcknowledgeInterrupt();
+        throw DownloadStopped(std::nullopt, stop.Signal(), level, !framed || ClosePhase(level));
     }
-    if (m_device->DeferredClose()) {
-        WaitScope shown(m_progress, "waiting for the application reset", kResetWaitLimitMs);
-        m_device->Upload(0);  // closes the download and waits for the restart; uploads nothing
+}
+
+bool Session::ClosePhase(std::int32_t level) {
+    const auto openOnNode = [this]() -> std::optional<bool> {
+        if (!m_device->CommandChannel()->StatusVariable()) return std::nullopt;
+        try {
+            CommandStatusPtr status;
+            m_device->Command()->UploadStatus(status);
+            return status->Status(kStatusDownloadOpen);
+        } catch (const ComError&) {
+            return std::nullopt;
+        }
+    };
+    try {
+        if (openOnNode() == false) return true;
+        m_device->Command()->CloseConfigDownload(level);
+        return openOnNode() == false;
+    } catch (const ComError&) {
+        return false;
+    } catch (const Interrupted&) {
+        return false;  // a second signal: the technician wants out now
     }
+}
+
+bool Session::StillResetting() const {
+    try {
+        const auto nodeObject = m_device->ObjectByID(0);
+        const auto alarm = nodeObject ? nodeObject->VariableByName(kAlarmMessage) : nullptr;
+        if (!alarm) return false;
+        alarm->Upload();
+        return TrimBlanks(CStr(alarm->Value())) == kApplicationResetting;
+    } catch (const ComError&) {
+        return false;  // the wait said nothing else either
+    }
+}
+
+DownloadStopped::DownloadStopped(std::optional<ComError> error, int signal, std::int32_t level,
+                                 bool closed)
+    : std::runtime_error(error ? ErrorText(*error) : "interrupted by " + SignalName(signal)),
+      m_error(std::move(error)),
+      m_signal(signal),
+      m_level(level),
+      m_closed(closed) {}
+
+std::string DownloadStopped::PhaseText() const {
+    if (m_closed) return "no configuration download is left open on the controller";
+    return fmt::format(
+        "the level-{0} configuration download may still be open on the controller: 'vxctl "
+        "command close-download {0}' closes it",
+        m_level);
 }
 
 std::int32_t Session::ChecksumObject(std::optional<std::int32_t> preferred) const {

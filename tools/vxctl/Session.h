@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,28 @@
 #include "automation/ComError.h"
 
 namespace vx::vxctl {
+
+// A configuration download that stopped part-way, on a network failure or a signal, after the
+// session tried to close the download phase it may have left open.
+class DownloadStopped : public std::runtime_error {
+public:
+    DownloadStopped(std::optional<ComError> error, int signal, std::int32_t level, bool closed);
+
+    // The network's or the library's error; nothing when a signal stopped it.
+    const std::optional<ComError>& Error() const noexcept { return m_error; }
+    int Signal() const noexcept { return m_signal; }  // 0 unless a signal stopped it
+    std::int32_t Level() const noexcept { return m_level; }
+    // The phase is closed (or was never opened); else it may still be open on the controller.
+    bool PhaseClosed() const noexcept { return m_closed; }
+    // What may be left open and how to close it, for people.
+    std::string PhaseText() const;
+
+private:
+    std::optional<ComError> m_error;
+    int m_signal;
+    std::int32_t m_level;
+    bool m_closed;
+};
 
 // A variable and the part of its value a command names: "nciSetpoints.occupied_cool",
 // "nvoAlarm.description[3]".
@@ -72,8 +95,13 @@ public:
 
     // Downloads the changed configuration values of the categories in `mask` at the device's
     // modification level, then closes a download left open for configuration items and waits for
-    // the application reset. `object` prefers that object's checksum list at level 3.
+    // the application reset. `object` prefers that object's checksum list at level 3. A failure
+    // or a signal on the way closes the phase where the controller says it is open, and raises
+    // DownloadStopped.
     void DownloadConfiguration(std::int32_t mask, std::optional<std::int32_t> object);
+    // A download of this session waited for the application reset in vain: the controller still
+    // reported it after the wait.
+    bool ResetUnfinished() const noexcept { return m_resetUnfinished; }
 
 private:
     // The first network variable of the host's list that no object holds.
@@ -83,6 +111,11 @@ private:
     // the first object that has one. The node keeps one checksum, so another object's empty list
     // would overwrite it with a wrong one.
     std::int32_t ChecksumObject(std::optional<std::int32_t> preferred) const;
+    // After a download stopped: closes the phase when the controller reports it open (or cannot
+    // say); true when it is closed afterwards.
+    bool ClosePhase(std::int32_t level);
+    // Whether the node's alarm message still reports the application reset.
+    bool StillResetting() const;
 
     Progress& m_progress;
     Connection m_connection;
@@ -90,6 +123,7 @@ private:
     std::string m_revisionSource;
     std::optional<ComError> m_connectError;
     std::string m_connectStoppedAt;
+    bool m_resetUnfinished = false;
 };
 
 }  // namespace vx::vxctl

@@ -15,12 +15,15 @@
 
 #include "BashCompletion.h"
 #include "Batch.h"
+#include "ConfigCommands.h"
 #include "Diagnostics.h"
 #include "Discover.h"
 #include "ErrorReport.h"
+#include "Interrupt.h"
 #include "Operations.h"
 #include "TypeRegistry.h"
 #include "ValueInput.h"
+#include "Watch.h"
 #include "WordSuggestions.h"
 
 namespace vx::vxctl {
@@ -93,6 +96,9 @@ struct CommandLine {
     std::string area = "absolute";
     std::string mode;
     std::string shell;
+    RestoreOptions restore;
+    WatchOptions watch;
+    std::ostream* out = nullptr;  // where a command that streams writes as it goes
     std::map<std::string, std::vector<std::int32_t>> commandArguments;
     std::vector<std::int32_t> commandData;
 };
@@ -450,16 +456,53 @@ void DefineCommandLine(CLI::App& app, CommandLine& line, Command& command) {
     runs(download, [&line, downloadObject](Session& session) {
         return ConfigDownload(session, line.level, Given(downloadObject, line.object));
     });
-    auto* save = config->add_subcommand("save", "write the configuration to a JSON file");
+    auto* save = config->add_subcommand(
+        "save", "write the configuration to a JSON file: raw bytes with engineering values");
     save->add_option("FILE", line.file, "the file")->required();
     runs(save, [&line](Session& session) { return ConfigSave(session, line.file); });
     auto* restore = config->add_subcommand(
-        "restore", "import a saved configuration, download it and read it back");
+        "restore",
+        "check a saved configuration against the controller, then write what differs, download "
+        "it and read it back; a file that does not fit is refused before anything is sent");
     restore
         ->add_option_function<std::string>("FILE", FileOr({}, "FILE", line.file),
                                            "a file written by config save")
         ->required();
-    runs(restore, [&line](Session& session) { return ConfigRestore(session, line.file); });
+    restore->add_flag("--dry-run", line.restore.dryRun,
+                      "show what would change, field by field, and send nothing");
+    restore->add_flag("--skip-unknown", line.restore.skipUnknown,
+                      "restore the rest of a file that holds values the controller does not have");
+    runs(restore,
+         [&line](Session& session) { return ConfigRestore(session, line.file, line.restore); });
+    auto* diff = config->add_subcommand(
+        "diff", "compare a saved configuration with the controller, field by field");
+    diff->add_option_function<std::string>("FILE", FileOr({}, "FILE", line.file),
+                                           "a file written by config save")
+        ->required();
+    runs(diff, [&line](Session& session) { return ConfigDiff(session, line.file); });
+
+    auto* watch = app.add_subcommand(
+        "watch", "read values again every interval: one line for each change, with its time");
+    watch->add_option("NAME", line.watch.names, "variable[.field...][[entry]], one or more")
+        ->required();
+    auto* watchObject =
+        AddNumber(watch, "--object", line.object, -1, 65535, "the object that holds them");
+    watch->add_option("--interval", line.watch.intervalSeconds, "seconds between reads")
+        ->check(CLI::Range(kShortestWatchInterval, kLongestWatchInterval))
+        ->capture_default_str();
+    watch->add_option("--count", line.watch.count, "stop after N reads (default: until Ctrl-C)")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    watch
+        ->add_option("--format", line.watch.format,
+                     "text, csv (a header, then time,name,value,raw) or jsonl (one JSON object "
+                     "a line); --json gives one document at the end instead")
+        ->check(CLI::IsMember({"text", "csv", "jsonl"}))
+        ->capture_default_str();
+    runs(watch, [&line, watchObject](Session& session) {
+        line.watch.object = Given(watchObject, line.object);
+        return Watch(session, line.watch, *line.out, line.json);
+    });
 
     runs(app.add_subcommand("query-status",
                             "the node's status block: error counters, reset cause, state, "
@@ -690,6 +733,8 @@ struct Reporter {
             out << document.dump(2) << "\n";
         }
         err << "vxctl: " << FailureText(failure) << "\n";
+        for (const auto& line : failure.followUp)
+            err << "vxctl: " << line << "\n";
         if (connectError) connectError.Print(err);
         if (failure.code == kExitUsage) err << kHint << "\n";
         return failure.code;
@@ -704,6 +749,15 @@ std::optional<Failure> Guarded(Body&& body) {
         return std::nullopt;
     } catch (const ComError& error) {
         return FailureOf(error);
+    } catch (const DownloadStopped& stopped) {
+        Failure failure{stopped.Error() ? kExitFailure : kExitInterrupted, stopped.what(),
+                        stopped.Error()};
+        failure.followUp.push_back(stopped.PhaseText());
+        failure.details["downloadClosed"] = stopped.PhaseClosed();
+        return failure;
+    } catch (const Interrupted& stop) {
+        return Failure{
+            kExitInterrupted, std::string(stop.what()) + " before the command finished", {}};
     } catch (const ToolError& error) {
         return FailureOf(error);
     } catch (const std::exception& error) {
@@ -714,14 +768,17 @@ std::optional<Failure> Guarded(Body&& body) {
 
 // The exit code of an outcome: a failure the controller reported, else the connect's.
 ExitCode CodeOf(const Outcome& outcome, const ConnectStop& connectError) {
-    if (!outcome.failure.empty()) return kExitNotDone;
+    if (!outcome.failure.empty()) return static_cast<ExitCode>(outcome.failureCode);
     return connectError ? kExitPartial : kExitSuccess;
 }
 
 // The outcome's document with its failure and the connect's, as a script reads it.
 Json OutcomeJson(const Outcome& outcome, const ConnectStop& connectError) {
     Json json = outcome.json;
-    if (!outcome.failure.empty()) json["error"] = FailureJson({kExitNotDone, outcome.failure, {}});
+    if (!outcome.failure.empty()) {
+        json["error"] =
+            FailureJson({static_cast<ExitCode>(outcome.failureCode), outcome.failure, {}});
+    }
     if (connectError) json["connectError"] = connectError.ToJson();
     return json;
 }
@@ -731,8 +788,18 @@ void PrintNotes(const Outcome& outcome, std::ostream& err, const std::string& pr
         err << "vxctl: " << prefix << note << "\n";
 }
 
+// A reset the library stopped waiting for is no success, though nothing raised.
+void CheckReset(const Session& session, Outcome& outcome) {
+    if (session.ResetUnfinished() && outcome.failure.empty()) {
+        outcome.failure =
+            "the controller still reported its application reset after the wait of 90 s";
+        outcome.failureCode = kExitNotDone;
+    }
+}
+
 int RunCommand(const Parsed& parsed, const Reporter& reporter, bool terminal) {
     const CommandLine& line = *parsed.line;
+    const InterruptibleClockGuard interruptible;
     Progress progress(terminal ? &reporter.err : nullptr);
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
@@ -752,6 +819,7 @@ int RunCommand(const Parsed& parsed, const Reporter& reporter, bool terminal) {
             }
         }
         outcome = parsed.command.run(session);
+        CheckReset(session, outcome);
     });
     if (failure) return reporter.Fail(*failure, connectError);
 
@@ -825,6 +893,7 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     }
     reporter.inputIsScript = top.batch == "-";
 
+    const InterruptibleClockGuard interruptible;
     Progress progress(terminal ? &reporter.err : nullptr);
     std::optional<ProgressClockGuard> clock;
     if (terminal) clock.emplace(progress);
@@ -857,8 +926,12 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
                 fmt::format("line {} ({}): ", command.line.number, command.line.text);
             if (!reporter.json) reporter.out << "# " << at.substr(0, at.size() - 2) << "\n";
             Outcome outcome;
-            const auto lineFailure =
-                Guarded([&] { outcome = command.parsed->command.run(session); });
+            command.parsed->line->out = &reporter.out;
+            const auto lineFailure = Guarded([&] {
+                ThrowIfInterrupted();
+                outcome = command.parsed->command.run(session);
+                CheckReset(session, outcome);
+            });
             Json entry = describe(command);
             ++ran;
             if (lineFailure) {
@@ -869,7 +942,8 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
                 done.push_back(std::move(entry));
                 return;
             }
-            const ExitCode code = outcome.failure.empty() ? kExitSuccess : kExitNotDone;
+            const ExitCode code =
+                outcome.failure.empty() ? kExitSuccess : static_cast<ExitCode>(outcome.failureCode);
             entry["exitCode"] = static_cast<int>(code);
             entry["result"] = OutcomeJson(outcome, {});
             done.push_back(std::move(entry));
@@ -898,6 +972,8 @@ int RunBatch(const Parsed& parsed, Reporter& reporter, bool terminal) {
     }
     if (stopped) {
         reporter.err << "vxctl: " << FailureText(*stopped) << "\n";
+        for (const auto& line : stopped->followUp)
+            reporter.err << "vxctl: " << line << "\n";
         if (!notRun.empty()) {
             reporter.err << fmt::format("vxctl: the batch stopped; {} of {} commands not run\n",
                                         notRun.size(), commands.size());
@@ -922,10 +998,9 @@ std::string CompletionWords(const std::vector<std::string>& words) {
     CLI::App app(kDescription, "vxctl");
     DefineCommandLine(app, line, command);
     const std::map<std::string, std::vector<std::string>> values = {
-        {"--device", {"default", "lonip://"}},
-        {"--revision", {"default", "none"}},
-        {"--area", {"absolute", "read-only", "config"}},
-        {"--level", {"2", "3"}},
+        {"--device", {"default", "lonip://"}},           {"--revision", {"default", "none"}},
+        {"--area", {"absolute", "read-only", "config"}}, {"--level", {"2", "3"}},
+        {"--format", {"text", "csv", "jsonl"}},
     };
     const std::map<std::string, std::vector<std::string>> positionals = {
         {"mode", {"online", "offline", "reset"}}, {"completion", {"bash"}}};
@@ -1000,6 +1075,7 @@ int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostre
         return kExitSuccess;
     }
     CommandLine& line = *parsed->line;
+    line.out = &out;
     reporter.json = line.json;
     reporter.yes = line.yes;
     // Unset, each command takes its own default.

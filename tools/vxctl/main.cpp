@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "Interrupt.h"
 #include "Vxctl.h"
 
 int main(int argc, char** argv) {
+    vx::vxctl::InstallInterruptHandlers();
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const vx::vxctl::Console console{&std::cin, isatty(STDIN_FILENO) != 0,
                                      isatty(STDERR_FILENO) != 0};
