@@ -85,6 +85,14 @@ step "A command, then the controller's answer to it, read in a run of its own"
 show "${device[@]}" command send-all
 show "${device[@]}" command-status
 
+step "Node diagnostics: the status block, and the configuration items where the node keeps them"
+show "${device[@]}" query-status
+show "${device[@]}" read-memory 0x4200 34
+
+step "Several changes in one session: a batch from standard input, one level-3 download for all"
+printf '%s\n' 'set nciMinFlow 40' 'set nciMaxFlow 280' 'config download --level 3' |
+  show "${device[@]}" run -
+
 step "The setpoint, read in a later run: the change stayed on the node"
 later=$(show "${device[@]}" get nciSetpoints.occupied_cool)
 echo "$later"

@@ -157,7 +157,7 @@ TEST_F(VxctlOverLonIp, ADownloadOpenedInOneRunIsClosedInTheNext) {
               "open-download sent\ncommand status: command 3, accepted, download open\n");
 
     // A fresh controller has no download open and rejects the close.
-    EXPECT_EQ(Vxctl({"command", "close-download", "2"}).exitCode, 1);
+    EXPECT_EQ(Vxctl({"command", "close-download", "2"}).exitCode, 4);
     const Finished closed = Vxctl(OnNode({"command", "close-download", "2"}));
     EXPECT_EQ(closed.exitCode, 0) << closed.err;
     EXPECT_EQ(closed.out.find("rejected"), std::string::npos) << closed.out;

@@ -115,7 +115,7 @@ TEST(VxctlText, APathNamesFieldsAndArrayEntries) {
 
     // Only the entry changes: 33 lands in byte 9 + 4 of the alarm.
     const Finished written =
-        Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.description[4]", "33"});
+        Vxctl({"--device", kRoomSensor, "--json", "--yes", "set", "nvoAlarm.description[4]", "33"});
     EXPECT_EQ(written.exitCode, 0) << written.err;
     EXPECT_EQ(Json::parse(written.out)["raw"], "21");
     EXPECT_EQ(Json::parse(written.out)["variableRaw"],
@@ -218,13 +218,13 @@ TEST(VxctlErrors, ALibraryErrorGivesItsNumberSourceAndDescriptionAndExitCode1) {
     EXPECT_EQ(Json::parse(json.out)["error"]["number"], static_cast<std::int32_t>(0x80040201));
 }
 
-TEST(VxctlErrors, AControllerThatDoesNotDoWhatWasAskedGivesExitCode1) {
+TEST(VxctlErrors, AControllerThatDoesNotDoWhatWasAskedGivesExitCode4) {
     const Finished rejected = Vxctl({"command", "clear-log", "9"});  // the node has no object 9
-    EXPECT_EQ(rejected.exitCode, 1);
+    EXPECT_EQ(rejected.exitCode, 4);
     EXPECT_EQ(rejected.err, "vxctl: the controller rejected the command\n");
 
     const Finished unknownObject = Vxctl({"request", "7", "RQ_UPDATE_STATUS"});
-    EXPECT_EQ(unknownObject.exitCode, 1);
+    EXPECT_EQ(unknownObject.exitCode, 4);
     EXPECT_EQ(unknownObject.err, "vxctl: the controller has no object 7\n");
 
     const Finished unknownName = Vxctl({"get", "nvoNothing"});

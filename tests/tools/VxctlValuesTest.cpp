@@ -86,12 +86,15 @@ TEST(VxctlRefusals, AValueTheTypeCannotHoldIsRefusedWithWhatItTakes) {
          "has characters the controller cannot hold"},
         {{"name", thirtyOne}, "vxctl: the name has 31 characters; the controller keeps at most 30"},
         {{"command", "reset-timer", "1", "70000"},
-         "vxctl: reset-timer: VALUE is 70000, outside 0 to 65535"},
-        {{"command", "keypress", "-1"}, "keypress: CODE is -1, outside 0 to 65535"},
-        {{"command", "clear-log", "256"}, "clear-log: OBJECT is 256, outside 0 to 255"},
-        {{"command", "generic", "1", "300"}, "generic: data byte 1 is 300, outside 0 to 255"},
+         "vxctl: argument VALUE \"70000\": out of range; the valid range is 0 to 65535"},
+        {{"command", "keypress", "-1"},
+         "argument CODE \"-1\": out of range; the valid range is 0 to 65535"},
+        {{"command", "clear-log", "256"},
+         "argument OBJECT \"256\": out of range; the valid range is 0 to 255"},
+        {{"command", "generic", "1", "300"},
+         "argument BYTE \"300\": out of range; the valid range is 0 to 255"},
         {{"command", "generic", "1", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11"},
-         "generic: 11 data bytes given; the command carries at most 10"},
+         "argument BYTE \"11\": a command takes at most 10 data bytes; 11 were given"},
         {{"set", "nviFanSpeedCmd", "100"},
          "nviFanSpeedCmd: takes 2 values in this order: value state (or a JSON object of its "
          "fields); 1 given"},
@@ -192,14 +195,16 @@ TEST(VxctlValues, FieldsShowTheirUnitsTheirOwnBytesAndTextsAsText) {
     EXPECT_EQ(alarm["value"]["description"], "Hello");
     EXPECT_EQ(Vxctl({"--device", kRoomSensor, "get", "nvoAlarm.description"}).out,
               "nvoAlarm.description = \"Hello\"\n");
-    Json written = Json::parse(
-        Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.description", "Fire 2.14"}).out);
+    Json written = Json::parse(Vxctl({"--device", kRoomSensor, "--json", "--yes", "set",
+                                      "nvoAlarm.description", "Fire 2.14"})
+                                   .out);
     EXPECT_EQ(written["value"], "Fire 2.14");
     EXPECT_EQ(written["raw"], "4669726520322E3134" + std::string(26, '0'));
 
     // A 32-bit field, whose limits the element cannot hold in its Long, is written all the same.
-    Json time = Json::parse(
-        Vxctl({"--device", kRoomSensor, "--json", "set", "nvoAlarm.alarm_time", "2147483647"}).out);
+    Json time = Json::parse(Vxctl({"--device", kRoomSensor, "--json", "--yes", "set",
+                                   "nvoAlarm.alarm_time", "2147483647"})
+                                .out);
     EXPECT_EQ(time["raw"], "7FFFFFFF");
     EXPECT_TRUE(Contains(
         Vxctl({"--device", kRoomSensor, "set", "nvoAlarm.alarm_time", "4294967295"}).err,

@@ -738,6 +738,12 @@ Outcome ObjectStatus(Session& session, std::optional<std::int32_t> object) {
     const auto update = EnumMemberNumber(*RequestType(), "RQ_UPDATE_STATUS");
     if (!update) throw ToolError("the type catalogue has no RQ_UPDATE_STATUS");
 
+    constexpr std::int32_t kLargestObject = 65535;  // the request names it in 16 bits
+    if (object && (*object < 0 || *object > kLargestObject)) {
+        throw ArgumentError(
+            "--object", std::to_string(*object),
+            fmt::format("out of range; the valid range is 0 to {}", kLargestObject));
+    }
     Json objects = Json::array();
     if (object) {
         objects.push_back(ObjectStatusOf(device, *object, *update));
@@ -760,17 +766,44 @@ Outcome Request(Session& session, std::int32_t object, std::string_view request)
     CDevice& device = session.Device();
     RequireObjectRequests(device);
     const TypedefPtr type = RequestType();
+    constexpr std::int32_t kLargestObject = 65535;  // the request names it in 16 bits
+    constexpr std::int32_t kLargestRequest = 255;   // and the request in one byte
+    if (object < 0 || object > kLargestObject) {
+        throw ArgumentError(
+            "OBJECT", std::to_string(object),
+            fmt::format("out of range; the valid range is 0 to {}", kLargestObject));
+    }
     std::optional<std::int32_t> code = EnumMemberNumber(*type, Latin1FromUtf8(request));
-    if (!code && IsWholeNumber(request)) code = std::stoi(std::string(request));
+    if (!code && IsWholeNumber(request)) {
+        const long number = std::stol(std::string(request));
+        if (number < 0 || number > kLargestRequest) {
+            throw ArgumentError(
+                "REQUEST", std::string(request),
+                fmt::format("out of range; a request number is 0 to {}", kLargestRequest));
+        }
+        code = static_cast<std::int32_t>(number);
+    }
     if (!code) {
-        throw UsageError(
-            fmt::format("'{}' is no object request; requests: {}", request, MemberList(*type)));
+        throw ArgumentError(std::string("REQUEST"), std::string(request),
+                            fmt::format("no object request; requests: {}", MemberList(*type)));
     }
 
     device.DownloadRequest(object, *code);
     const auto status = device.UploadStatus();
     const std::string name = Utf8FromLatin1(type->EnumMemberName(*code));
     Outcome outcome;
+    // The answer to RQ_REPORT_MASK is no status: its flags are those the object can report,
+    // marked by report_mask.
+    if (name == "RQ_REPORT_MASK" && status->ReportMask()) {
+        Json supported = FlagsJson(*status);
+        supported.erase(std::remove(supported.begin(), supported.end(), "report_mask"),
+                        supported.end());
+        outcome.json = {
+            {"object", object}, {"request", name}, {"code", *code}, {"supported", supported}};
+        outcome.text = fmt::format("object {}: {} ({}) sent\nreports: {}\n", object, name, *code,
+                                   FlagsText(supported));
+        return outcome;
+    }
     outcome.json = {
         {"object", object}, {"request", name}, {"code", *code}, {"flags", FlagsJson(*status)}};
     outcome.text =

@@ -12,6 +12,7 @@
 #include "Session.h"
 #include "Table.h"
 #include "ValueText.h"
+#include "Vxctl.h"
 
 namespace vx::vxctl {
 
@@ -23,7 +24,7 @@ struct Outcome {
     std::string text;
     std::string failure;
     // The exit code when `failure` is set (Vxctl.h).
-    int failureCode = 1;
+    int failureCode = kExitNotDone;
     // Said on stderr whatever the output form; the run still succeeds.
     std::vector<std::string> notes;
 };

@@ -2,6 +2,7 @@
 
 // vxctl, the service technician's command-line tool, as a function that tests can call.
 
+#include <istream>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -21,8 +22,23 @@ enum ExitCode : int {
     kExitInterrupted = 130,   // SIGINT or SIGTERM; what was done and what may be open is said
 };
 
+// Where vxctl meets the technician besides its output.
+struct Console {
+    // Where confirmations are answered and `vxctl run -` reads its commands; none: a change that
+    // needs confirmation is refused without --yes.
+    std::istream* in = nullptr;
+    // `in` is a terminal: a confirmation is asked there. Otherwise it is refused without --yes,
+    // so that a script never waits for an answer that will not come.
+    bool inputIsTerminal = false;
+    // `err` is a terminal: long work shows a progress bar there.
+    bool errorIsTerminal = false;
+};
+
 // Runs one command line (the arguments after the program name): output on `out`, messages on
-// `err`. With `terminal` set, `err` is a terminal and long work shows a progress bar there.
+// `err`; returns the exit code.
+int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
+        const Console& console);
+// As above with no input: with `terminal` set, `err` is a terminal.
 int Run(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err,
         bool terminal = false);
 

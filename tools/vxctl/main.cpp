@@ -11,5 +11,7 @@
 int main(int argc, char** argv) {
     vx::vxctl::InstallInterruptHandlers();
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    return vx::vxctl::Run(arguments, std::cout, std::cerr, isatty(STDERR_FILENO) != 0);
+    const vx::vxctl::Console console{&std::cin, isatty(STDIN_FILENO) != 0,
+                                     isatty(STDERR_FILENO) != 0};
+    return vx::vxctl::Run(arguments, std::cout, std::cerr, console);
 }
