@@ -8,6 +8,11 @@
 # says so loudly, with the reason.
 # Prints "com: N passed, M failed" last; exits non-zero when anything failed.
 set -euo pipefail
+# Started in the background by another script, it would ignore SIGINT, and an ignored signal
+# cannot be trapped: start again with it restored, so that an interrupt always ends the run cleanly.
+if [ -n "$(trap -p INT)" ] && [ -z "${VX_COM_TEST_SIGNALS:-}" ]; then
+  VX_COM_TEST_SIGNALS=restored exec env --default-signal=INT "$0" "$@"
+fi
 cd "$(dirname "$0")/.."
 root=$PWD
 # shellcheck source=scripts/lib/com32.sh

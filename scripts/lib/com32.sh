@@ -106,9 +106,9 @@ com32_unregister() {
 }
 
 # Starts the namespace the chroot's processes run in: its first process mounts proc and binds the
-# given host folders at the same paths inside the chroot, then waits. When that process ends (also
-# when this shell is killed outright: unshare takes it down with it), the kernel ends every
-# process in the namespace and drops its mounts.
+# given host folders at the same paths inside the chroot, then waits. When that process ends, the
+# kernel ends every process in the namespace and drops its mounts; it ends with unshare, and
+# unshare with this shell, also when this shell is killed outright.
 com32_enter() {
   local dir
   for dir in "$@"; do mkdir -p "$com32_chroot$dir"; done
@@ -116,7 +116,7 @@ com32_enter() {
   local lifetime=7200
   # shellcheck disable=SC2016 # expanded by the namespace's shell
   # unshare itself says nothing worth reading when it is taken down; the mounts' errors show.
-  unshare --mount --propagation private --pid --fork --kill-child -- bash -c '
+  setpriv --pdeathsig KILL -- unshare --mount --propagation private --pid --fork --kill-child -- bash -c '
     exec 2>&3 3>&-
     set -e
     lifetime=$1 root=$2
