@@ -73,8 +73,11 @@ attend() {
 
 cleanup() {
   if [ -n "$running" ]; then kill "$running" 2>/dev/null || true; fi
-  if [ -n "$prefix_up" ]; then WINEPREFIX=$prefix_up "$run" wineserver -k >/dev/null 2>&1 || true; fi
-  # The chroot's namespace ends with every process in it and its mounts; then the emulator's entry.
+  # The host's Wine is stopped through its server; the chroot's namespace ends with every process
+  # in it and its mounts; then the emulator's entry goes.
+  if [ -n "$prefix_up" ] && [ "$run" = host ]; then
+    WINEPREFIX=$prefix_up wineserver -k >/dev/null 2>&1 || true
+  fi
   com32_leave
   com32_unregister
   if [ -n "$suite" ]; then rm -f "$suite"; fi
@@ -123,7 +126,9 @@ run_platform() {
     "$(windows_path "$root/build/$preset/tests/com/vx_com_client.exe")" || true
   count_suite "vx_com_client ($bits-bit)" "$(cat "$out")"
 
-  for dll in "$sim" "$vx"; do attend "$out" "$root" "$run" "$loader" regsvr32 /u /s "$dll" || true; done
+  for dll in "$sim" "$vx"; do
+    attend "$out" "$root" "$run" "$loader" regsvr32 /u /s "$dll" || true
+  done
   attend "$out" tests/com "$run" "$loader" cscript //nologo unregistered.vbs || true
   count_suite "unregistered.vbs ($bits-bit)" "$(cat "$out")"
   # Nothing of ours stays in the registry: ProgIDs, classes, type libraries, interfaces.

@@ -12,6 +12,11 @@
 # It exits 0 even when the runtime cannot be prepared: the 32-bit run then reports itself as
 # skipped with the reason, and the 64-bit run still gates.
 set -euo pipefail
+# Started in the background by another script, it would ignore SIGINT, and an ignored signal
+# cannot be trapped: start again with it restored, so that an interrupt always ends it cleanly.
+if [ -n "$(trap -p INT)" ] && [ -z "${VX_COM32_SIGNALS:-}" ]; then
+  VX_COM32_SIGNALS=restored exec env --default-signal=INT "$0" "$@"
+fi
 cd "$(dirname "$0")/.."
 # shellcheck source=scripts/lib/com32.sh
 source scripts/lib/com32.sh
@@ -30,7 +35,8 @@ warn() {
 }
 
 install_wine32() {
-  # It needs the i386 package index, which a mirror may serve inconsistently for a while; retry.
+  # It needs the i386 package index, which a mirror may serve inconsistently; when it cannot be
+  # installed, the i386 userland below serves instead.
   if ! dpkg --print-foreign-architectures | grep -qx i386; then
     dpkg --add-architecture i386
   fi
@@ -39,8 +45,9 @@ install_wine32() {
     # will not install, on the same command line, lets it through.
     local extra=() output missing
     for _ in 1 2 3 4; do
+      # Nothing of the machine's is removed for it.
       if output=$(DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends \
-        wine32:i386 "${extra[@]}" 2>&1); then
+        --no-remove wine32:i386 "${extra[@]}" 2>&1); then
         return 0
       fi
       mapfile -t missing < <(grep -o '[a-z0-9.+-]*:i386\( ([^)]*)\)\? but it is not' <<<"$output" |
@@ -51,18 +58,16 @@ install_wine32() {
     tail -n 5 <<<"$output" >&2
     return 1
   }
-  for attempt in 1 2 3; do
-    note "installing wine32:i386 (attempt $attempt)"
-    apt-get update -qq || true
-    if install_once; then return 0; fi
-    if [ "$attempt" -lt 3 ]; then sleep 30; fi
-  done
-  return 1
+  note "installing wine32:i386"
+  apt-get update -qq || true
+  install_once
 }
 
 if [ "$(id -u)" -ne 0 ]; then
   # Registering the emulator, debootstrap and chroot all need root; so does apt for wine32.
-  if command -v sudo >/dev/null; then exec sudo --preserve-env=VX_COM32_DIR,VX_COM32_EMULATE "$PWD/scripts/setup-com32.sh" "$@"; fi
+  if command -v sudo >/dev/null; then
+    exec sudo --preserve-env=VX_COM32_DIR,VX_COM32_EMULATE "$PWD/scripts/setup-com32.sh" "$@"
+  fi
   warn "preparing the 32-bit runtime needs root"
 fi
 
@@ -83,11 +88,13 @@ fi
 mkdir -p "$com32_dir"
 # One preparation at a time; a second one waits for the first and then finds it done.
 exec 9>"$com32_dir/.lock"
-flock 9
+flock -w 1800 9 || warn "another preparation of $com32_dir holds it for more than 30 minutes"
+if com32_prepared; then exit 0; fi
 started=$SECONDS
 how="run natively"
 $native || how="run through qemu's i386 emulator"
-note "preparing an i386 userland with 32-bit Wine in $com32_dir, $how; the first time takes about 10 minutes"
+note "preparing an i386 userland with 32-bit Wine in $com32_dir, $how;" \
+  "the first time takes about 10 minutes"
 rm -f "$com32_dir/unavailable"
 
 done_step() { touch "$com32_dir/.done-$1"; }
@@ -98,7 +105,9 @@ find_mirror() {
   local file uri
   for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
     [ -f "$file" ] || continue
-    uri=$(awk '$1 == "deb" { for (i = 2; i <= NF; i++) if ($i ~ /^[a-z]+:\/\//) { print $i; exit } }' \
+    uri=$(awk '$1 == "deb" {
+        for (i = 2; i <= NF; i++) if ($i ~ /^[a-z]+:\/\//) { print $i; exit }
+      }' \
       "$file" | grep -E '/debian/?$' | head -n 1 || true)
     if [ -n "$uri" ]; then
       echo "${uri%/}"
@@ -119,8 +128,24 @@ mirror=$(find_mirror)
 [ -n "$mirror" ] || warn "no Debian mirror found in the machine's apt sources"
 keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 
-# Runs the cleanup of whatever this script started, on every way out.
+# The long steps run in the background, waited for, so that a signal to this script is acted on
+# at once; their output goes to the given log, whose end is shown when they fail.
+running=""
+attend() {
+  local log=$1
+  shift
+  "$@" >>"$log" 2>&1 </dev/null &
+  running=$!
+  local status=0
+  wait "$running" || status=$?
+  running=""
+  if [ "$status" -ne 0 ]; then tail -n 20 "$log" >&2; fi
+  return "$status"
+}
+
+# Takes back whatever this script started, on every way out.
 cleanup() {
+  if [ -n "$running" ]; then kill "$running" 2>/dev/null || true; fi
   com32_leave
   com32_unregister
 }
@@ -132,7 +157,7 @@ trap 'exit 143' TERM
 #    only that suite, for amd64, and keeps everything it fetches in the runtime's folder.
 if ! is_done tools; then
   apt_dir=$com32_dir/apt
-  rm -rf "$apt_dir"
+  rm -rf "$apt_dir" "$com32_dir/tools.log"
   mkdir -p "$apt_dir/lists/partial" "$apt_dir/cache/archives/partial" "$apt_dir/sources.list.d" \
     "$apt_dir/preferences.d" "$apt_dir/debs"
   touch "$apt_dir/status"
@@ -150,9 +175,12 @@ if ! is_done tools; then
     -o "APT::Sandbox::User=root"
   )
   note "fetching qemu-user and debootstrap from $mirror (trixie)"
-  apt-get "${apt_private[@]}" update -qq || warn "the package lists for trixie could not be fetched"
-  (cd "$apt_dir/debs" && apt-get "${apt_private[@]}" download qemu-user debootstrap) ||
-    warn "qemu-user or debootstrap could not be fetched"
+  attend "$com32_dir/tools.log" apt-get "${apt_private[@]}" update ||
+    warn "the package lists for trixie could not be fetched from $mirror"
+  cd "$apt_dir/debs"
+  attend "$com32_dir/tools.log" apt-get "${apt_private[@]}" download qemu-user debootstrap ||
+    warn "qemu-user or debootstrap could not be fetched from $mirror"
+  cd - >/dev/null
   rm -rf "$com32_dir/debootstrap"
   mkdir -p "$com32_dir/debootstrap"
   dpkg-deb --fsys-tarfile "$apt_dir"/debs/qemu-user_*.deb |
@@ -167,17 +195,19 @@ fi
 debootstrap=(env "DEBOOTSTRAP_DIR=$com32_dir/debootstrap/usr/share/debootstrap"
   "$com32_dir/debootstrap/usr/sbin/debootstrap")
 
-# 2. The i386 userland's packages, unpacked; a half-done one is started over.
+# 2. The i386 userland's packages, unpacked. Either debootstrap stage cut short is not taken up
+#    again: the userland is made anew.
+if ! is_done stage2 && [ -f "$com32_dir/.started-stage2" ]; then
+  rm -f "$com32_dir/.done-stage1"
+fi
 if ! is_done stage1; then
-  rm -f "$com32_dir/.done-stage2" "$com32_dir/.done-wine"
+  rm -f "$com32_dir/.started-stage2" "$com32_dir/.done-stage2" "$com32_dir/.done-wine"
   rm -rf "$com32_chroot"
+  rm -f "$com32_dir/debootstrap.log"
   note "debootstrap, first stage (bookworm, i386, from $mirror)"
-  "${debootstrap[@]}" --variant=minbase --arch=i386 --foreign --keyring="$keyring" \
-    bookworm "$com32_chroot" "$mirror" >"$com32_dir/debootstrap.log" 2>&1 ||
-    {
-      tail -n 20 "$com32_dir/debootstrap.log" >&2
-      warn "debootstrap's first stage failed"
-    }
+  attend "$com32_dir/debootstrap.log" "${debootstrap[@]}" --variant=minbase --arch=i386 --foreign \
+    --keyring="$keyring" bookworm "$com32_chroot" "$mirror" ||
+    warn "debootstrap's first stage failed (log: $com32_dir/debootstrap.log)"
   done_step stage1
 fi
 
@@ -191,12 +221,9 @@ cd /
 # 3. The userland's packages, configured.
 if ! is_done stage2; then
   note "debootstrap, second stage"
-  if ! com32_run /debootstrap/debootstrap --second-stage >"$com32_dir/debootstrap.log" 2>&1; then
-    tail -n 20 "$com32_dir/debootstrap.log" >&2
-    # Its state is unknown now: the next run starts the userland over.
-    rm -f "$com32_dir/.done-stage1"
-    warn "debootstrap's second stage failed"
-  fi
+  touch "$com32_dir/.started-stage2"
+  attend "$com32_dir/debootstrap.log" com32_run /debootstrap/debootstrap --second-stage ||
+    warn "debootstrap's second stage failed (log: $com32_dir/debootstrap.log)"
   # The archive serves an inconsistent i386 index for the security suite; main and the updates
   # suite are consistent.
   printf 'deb %s bookworm main\ndeb %s bookworm-updates main\n' "$mirror" "$mirror" \
@@ -210,15 +237,14 @@ if ! is_done wine; then
   note "installing 32-bit Wine in the i386 userland"
   cp /etc/resolv.conf "$com32_chroot/etc/resolv.conf" 2>/dev/null || true
   export DEBIAN_FRONTEND=noninteractive
+  log=$com32_dir/wine.log
+  rm -f "$log"
   {
-    com32_run dpkg --configure -a &&
-      com32_run apt-get update -qq &&
-      com32_run apt-get install -y -qq --no-install-recommends wine &&
-      com32_run apt-get clean
-  } >"$com32_dir/wine.log" 2>&1 || {
-    tail -n 20 "$com32_dir/wine.log" >&2
-    warn "32-bit Wine could not be installed in the i386 userland"
-  }
+    attend "$log" com32_run dpkg --configure -a &&
+      attend "$log" com32_run apt-get update &&
+      attend "$log" com32_run apt-get install -y --no-install-recommends wine &&
+      attend "$log" com32_run apt-get clean
+  } || warn "32-bit Wine could not be installed in the i386 userland (log: $log)"
   done_step wine
 fi
 

@@ -62,7 +62,8 @@ com32_unavailable_reason() {
   if [ -s "$com32_dir/unavailable" ]; then
     cat "$com32_dir/unavailable"
   else
-    echo "32-bit Wine is not installed and the i386 userland in $com32_dir was not prepared (scripts/setup.sh --com prepares it)"
+    echo "32-bit Wine is not installed and the i386 userland in $com32_dir was not prepared" \
+      "(scripts/setup.sh --com prepares it)"
   fi
 }
 
@@ -116,7 +117,8 @@ com32_enter() {
   local lifetime=7200
   # shellcheck disable=SC2016 # expanded by the namespace's shell
   # unshare itself says nothing worth reading when it is taken down; the mounts' errors show.
-  setpriv --pdeathsig KILL -- unshare --mount --propagation private --pid --fork --kill-child -- bash -c '
+  setpriv --pdeathsig KILL -- \
+    unshare --mount --propagation private --pid --fork --kill-child -- bash -c '
     exec 2>&3 3>&-
     set -e
     lifetime=$1 root=$2
