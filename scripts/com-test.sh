@@ -72,13 +72,17 @@ attend() {
 }
 
 cleanup() {
-  if [ -n "$running" ]; then kill "$running" 2>/dev/null || true; fi
-  # The host's Wine is stopped through its server; the chroot's namespace ends with every process
-  # in it and its mounts; then the emulator's entry goes.
+  # The chroot's namespace goes first, so that what runs in it has ended when the command is
+  # stopped and waited for.
+  com32_leave
+  if [ -n "$running" ]; then
+    kill "$running" 2>/dev/null || true
+    wait "$running" 2>/dev/null || true
+  fi
+  # The host's Wine is stopped through its server; the emulator's entry goes last.
   if [ -n "$prefix_up" ] && [ "$run" = host ]; then
     WINEPREFIX=$prefix_up wineserver -k >/dev/null 2>&1 || true
   fi
-  com32_leave
   com32_unregister
   if [ -n "$suite" ]; then rm -f "$suite"; fi
 }

@@ -144,9 +144,14 @@ attend() {
 }
 
 # Takes back whatever this script started, on every way out.
+# The namespace goes first, so that what runs in it has ended when the step is stopped and
+# waited for.
 cleanup() {
-  if [ -n "$running" ]; then kill "$running" 2>/dev/null || true; fi
   com32_leave
+  if [ -n "$running" ]; then
+    kill "$running" 2>/dev/null || true
+    wait "$running" 2>/dev/null || true
+  fi
   com32_unregister
 }
 trap cleanup EXIT
@@ -224,17 +229,16 @@ if ! is_done stage2; then
   touch "$com32_dir/.started-stage2"
   attend "$com32_dir/debootstrap.log" com32_run /debootstrap/debootstrap --second-stage ||
     warn "debootstrap's second stage failed (log: $com32_dir/debootstrap.log)"
-  # The archive serves an inconsistent i386 index for the security suite; main and the updates
-  # suite are consistent.
-  printf 'deb %s bookworm main\ndeb %s bookworm-updates main\n' "$mirror" "$mirror" \
-    >"$com32_chroot/etc/apt/sources.list"
-  cp /etc/resolv.conf "$com32_chroot/etc/resolv.conf" 2>/dev/null || true
   done_step stage2
 fi
 
 # 4. 32-bit Wine in it. apt and dpkg take up again after an interruption.
 if ! is_done wine; then
   note "installing 32-bit Wine in the i386 userland"
+  # The archive serves an inconsistent i386 index for the security suite; main and the updates
+  # suite are consistent.
+  printf 'deb %s bookworm main\ndeb %s bookworm-updates main\n' "$mirror" "$mirror" \
+    >"$com32_chroot/etc/apt/sources.list"
   cp /etc/resolv.conf "$com32_chroot/etc/resolv.conf" 2>/dev/null || true
   export DEBIAN_FRONTEND=noninteractive
   log=$com32_dir/wine.log
