@@ -748,10 +748,9 @@ inline Variant Engineering(const Type& type, std::int32_t raw) {
     const std::int32_t resultType = type.ResultType();
     const std::int32_t factor = type.ScaleFactor();
     const bool multiplies = type.ScaleMultiplies();
-    if (resultType == kResultTypeLong && (factor < 2 || multiplies)) {
-        // No division: the engineering value is a whole number and stays a Long.
-        return factor < 2 ? raw : CheckedMultiply(raw, factor);
-    }
+    // A Long result is the raw number itself: the factor is not applied, even where it would
+    // multiply.
+    if (resultType == kResultTypeLong && (factor < 2 || multiplies)) return raw;
     return ToScaled(type, raw, factor, multiplies);
 }
 

@@ -241,8 +241,10 @@ void CDevice::Modified(const VariablePtr& variable) {
 
 std::int32_t CDevice::StateCode() {
     if (!CurrentCommunicationCheck()->IsCommunicating(m_connection)) return kStateNotCommunicating;
-    const std::int32_t state = m_connection->NodeState();
-    return StateCodeOf(state, m_connection->Mode());
+    // A host's check may call an unconnected device communicating; there is no node to ask.
+    const auto connection = RequireConnection();
+    const std::int32_t state = connection->NodeState();
+    return StateCodeOf(state, connection->Mode());
 }
 
 std::string NodeStateText(std::int32_t nodeState, std::int32_t mode) {
@@ -375,8 +377,18 @@ bool CDevice::WriteMemoryText(const std::string& text, const std::string& addres
 }
 
 std::string CDevice::ResolveSCPTLocation(const std::string& location) {
+    const auto connection = RequireConnection();
+    try {
+        return SearchFileDirectory(*connection, location);
+    } catch (const ComError&) {
+        // A variable list or a name the host cannot give fails the whole search.
+        return {};
+    }
+}
+
+std::string CDevice::SearchFileDirectory(INodeConnection& connection, const std::string& location) {
     std::string result;
-    const auto list = RequireConnection()->NetworkVariables();
+    const auto list = connection.NetworkVariables();
     if (!list) return result;
     for (const auto& item : list->Items()) {
         auto* variable = dynamic_cast<INodeVariable*>(item.get());

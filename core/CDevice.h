@@ -119,6 +119,9 @@ private:
     // One Read Memory request of `count` bytes at a four-digit address text; the response's
     // data as hexadecimal text, or nothing when the exchange failed.
     std::optional<std::string> ReadMemory(const std::string& address, std::uint8_t count);
+    // ResolveSCPTLocation's walk over the network variables; raises what the host's list and
+    // names raise.
+    std::string SearchFileDirectory(INodeConnection& connection, const std::string& location);
     NodeConnectionPtr RequireConnection() const;
     // Polls the node's alarm message until its application has restarted; false when it was
     // still restarting after 90 seconds. Never raises.

@@ -60,11 +60,14 @@ void CDeviceObjects::ParseSelfDoc(const std::shared_ptr<CDevice>& device) {
     m_device = device;
     if (!device) return;
     const std::string selfDoc = device->SelfDoc();
-    const auto head = SplitText(selfDoc, ';').front();
-    const auto atPieces = SplitText(head, '@');
+    const auto parts = SplitText(selfDoc, ';');
+    if (parts.empty()) return;  // an empty text: the array stays unsized
+    const auto atPieces = SplitText(parts.front(), '@');
     if (atPieces.size() < 2) return;  // no profile list: the array stays unsized
 
+    // An empty list splits into no entries, and an array of no entries has no bounds.
     const auto entries = SplitText(atPieces[1], ',');
+    if (entries.empty()) return;
     m_profiles =
         SafeArray<std::int32_t>::WithBounds(0, static_cast<std::int32_t>(entries.size()) - 1);
     try {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -48,20 +47,11 @@ std::vector<std::string> SplitPath(const std::string& path) {
     }
 }
 
-// CLng(sign x 2^exponent + offset), the power taken in double precision: overflow outside the
-// Long range. Whole powers are exact in 64-bit integers; only negative exponents need rounding.
-std::int32_t LongPowerOfTwo(std::int64_t exponent, int sign, int offset) {
-    if (exponent >= 0 && exponent <= 40) {
-        const std::int64_t value = sign * (std::int64_t{1} << exponent) + offset;
-        if (value < std::numeric_limits<std::int32_t>::min() ||
-            value > std::numeric_limits<std::int32_t>::max()) {
-            RaiseRuntimeError(kErrOverflow);
-        }
-        return static_cast<std::int32_t>(value);
-    }
-    const double power =
-        std::ldexp(1.0, static_cast<int>(std::clamp<std::int64_t>(exponent, -4096, 4096)));
-    return CLng(sign * power + offset);
+// sign x 2^exponent + offset in double precision, exact for every width a field can have.
+double PowerOfTwo(std::int64_t exponent, int sign, int offset) {
+    return sign *
+               std::ldexp(1.0, static_cast<int>(std::clamp<std::int64_t>(exponent, -4096, 4096))) +
+           offset;
 }
 
 }  // namespace
@@ -91,26 +81,38 @@ bool CDeviceVariableElement::CanStore(const Variant& /*value*/,
 
 // ---- Limits ----------------------------------------------------------------------------------
 
-std::int32_t CDeviceVariableElement::RawTypeMin() const {
+double CDeviceVariableElement::WidthMin() const {
     const CachedTypedef& type = Type();
     if (!type.IsSigned()) return 0;
-    return LongPowerOfTwo(std::int64_t{type.BitSize()} - 1, -1, 0);
+    return PowerOfTwo(std::int64_t{type.BitSize()} - 1, -1, 0);
+}
+
+double CDeviceVariableElement::WidthMax() const {
+    const CachedTypedef& type = Type();
+    const std::int64_t valueBits = std::int64_t{type.BitSize()} - (type.IsSigned() ? 1 : 0);
+    return PowerOfTwo(valueBits, 1, -1);
+}
+
+std::int32_t CDeviceVariableElement::RawTypeMin() const {
+    return CLng(WidthMin());
 }
 
 std::int32_t CDeviceVariableElement::RawTypeMax() const {
-    const CachedTypedef& type = Type();
-    const std::int64_t valueBits = std::int64_t{type.BitSize()} - (type.IsSigned() ? 1 : 0);
-    return LongPowerOfTwo(valueBits, 1, -1);
+    return CLng(WidthMax());
 }
 
+// The intersection is taken before it becomes a Long: a width wider than a Long (an unsigned
+// 32-bit count) is then limited by the declared range, which always fits.
 std::int32_t CDeviceVariableElement::LearnIntegerRawMin() const {
-    m_limits.rawMin = std::max(RawTypeMin(), Type().MinValue());
+    const double width = WidthMin();
+    m_limits.rawMin = CLng(std::max(width, static_cast<double>(Type().MinValue())));
     m_limits.known |= Limits::kRawMin;
     return m_limits.rawMin;
 }
 
 std::int32_t CDeviceVariableElement::LearnIntegerRawMax() const {
-    m_limits.rawMax = std::min(RawTypeMax(), Type().MaxValue());
+    const double width = WidthMax();
+    m_limits.rawMax = CLng(std::min(width, static_cast<double>(Type().MaxValue())));
     m_limits.known |= Limits::kRawMax;
     return m_limits.rawMax;
 }

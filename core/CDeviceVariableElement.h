@@ -45,7 +45,9 @@ public:
     std::int32_t Elements() const noexcept { return m_elements; }
 
     // Raw and engineering limits of the field: the bit width's range intersected with the declared
-    // minimum and maximum (integers), or the declared range (floats).
+    // minimum and maximum (integers), or the declared range (floats). The width's own range
+    // (RawTypeMin, RawTypeMax) overflows where it leaves the Long range; the intersection never
+    // does, as the declared limits are Longs.
     std::int32_t RawTypeMin() const;
     std::int32_t RawTypeMax() const;
     std::int32_t RawMin() const;
@@ -88,6 +90,9 @@ private:
     float ScaledIntegerMax() const {
         return m_limits.Has(Limits::kScaledMax) ? m_limits.scaledMax : LearnScaledIntegerMax();
     }
+    // The bit width's range, exact.
+    double WidthMin() const;
+    double WidthMax() const;
     std::int32_t LearnIntegerRawMin() const;
     std::int32_t LearnIntegerRawMax() const;
     float LearnScaledIntegerMin() const;

@@ -33,6 +33,7 @@ ByteArray HexToBytes(std::string_view hex) {
 
 std::vector<std::string_view> SplitText(std::string_view text, char separator) {
     std::vector<std::string_view> pieces;
+    if (text.empty()) return pieces;
     for (;;) {
         const auto at = text.find(separator);
         pieces.push_back(text.substr(0, at));

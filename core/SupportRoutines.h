@@ -30,7 +30,8 @@ std::int32_t ScaledToRaw(float value, std::int32_t factor, bool multiplies);
 // A new offset at (byte, bit); either outside 0..255 raises overflow (6).
 std::shared_ptr<CDataOffset> NewOffset(std::int32_t byteOffset, std::int32_t bitOffset);
 
-// The platform's Split: the pieces between the separators; a text without one is one piece.
+// The platform's Split: the pieces between the separators; a text without one is one piece, and
+// an empty text has none.
 std::vector<std::string_view> SplitText(std::string_view text, char separator);
 // The platform's Trim: leading and trailing spaces removed (other blanks stay).
 std::string_view TrimBlanks(std::string_view text);

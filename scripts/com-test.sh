@@ -143,6 +143,7 @@ run_platform() {
     'HKCR\TypeLib\{7F810C56-880D-4BFF-B818-60A5C27F717A}' \
     'HKCR\TypeLib\{B2DA13BA-4C6B-49A9-A6DE-B75E913363EA}' \
     'HKCR\Interface\{9CB4E584-1E1F-4646-B2AF-D773FABE25CA}' \
+    'HKCR\Interface\{722D629D-CF4D-45E5-92AB-0407363BAA67}' \
     'HKCR\Interface\{659710F9-8E58-4F4A-8BAA-6A35E4DA299F}' \
     'HKCR\Interface\{A385FCEC-EB7A-4E99-BE43-D88287CA2B61}'; do
     if attend "$out" "$root" "$run" "$loader" reg query "$key"; then

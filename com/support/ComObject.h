@@ -63,6 +63,13 @@ private:
     }
 };
 
+// The interface that `Interface` extends, when clients may ask for that one by its own IID too
+// (void: none beyond IDispatch). An object listing `Interface` answers for both with one pointer.
+template <typename Interface>
+struct ExtendedInterface {
+    using Type = void;
+};
+
 template <typename Interface>
 using ImplementationOf =
     std::conditional_t<std::is_base_of_v<IDispatch, Interface>, DispatchPart<Interface>, Interface>;
@@ -114,12 +121,22 @@ protected:
 private:
     template <typename First, typename... Rest>
     bool Find(REFIID iid, void** out) {
-        if (IsEqualIID(iid, __uuidof(First))) {
+        if (Answers<First>(iid)) {
             *out = static_cast<First*>(this);
             return true;
         }
         if constexpr (sizeof...(Rest) > 0) return Find<Rest...>(iid, out);
         return false;
+    }
+    template <typename Interface>
+    static bool Answers(REFIID iid) {
+        if (IsEqualIID(iid, __uuidof(Interface))) return true;
+        using Base = typename ExtendedInterface<Interface>::Type;
+        if constexpr (std::is_void_v<Base>) {
+            return false;
+        } else {
+            return Answers<Base>(iid);
+        }
     }
 
     std::atomic<ULONG> m_references{1};

@@ -12,6 +12,7 @@
 #include "CDevice.h"
 #include "EnumVariant.h"
 #include "Identity.h"
+#include "ParameterArray.h"
 #include "Text.h"
 #include "VxInterfaces.h"
 #include "interfaces/IOrvexAdvancedConfig.h"
@@ -30,6 +31,14 @@
 #include "interfaces/IOrvexVariableIdentity.h"
 
 namespace vx::com {
+
+// The device's own interface extends IOrvexDevice: one pointer answers for both, so the device's
+// IDispatch is the class's own and scripts find every member on it.
+template <>
+struct ExtendedInterface<::_CDevice> {
+    using Type = ::IOrvexDevice;
+};
+
 namespace {
 
 template <typename Items>
@@ -123,19 +132,20 @@ constexpr DISPID kEventAfterConfigDMUpload = 1;
 constexpr DISPID kEventAfterConfigDMDownload = 2;
 constexpr DISPID kEventRequestDownload = 3;
 
-class DeviceWrapper final : public CoreWrapper<vx::IOrvexDevice, ::IOrvexDevice, ::IOrvexDeviceInfo,
+class DeviceWrapper final : public CoreWrapper<vx::IOrvexDevice, ::_CDevice, ::IOrvexDeviceInfo,
                                                IConnectionPointContainer> {
 public:
     explicit DeviceWrapper(std::shared_ptr<vx::IOrvexDevice> core)
         : CoreWrapper(std::move(core)),
           m_info(std::dynamic_pointer_cast<vx::IOrvexDeviceInfo>(m_core)),
+          m_device(std::dynamic_pointer_cast<CDevice>(m_core)),
           m_events(*Identity(), *this) {
-        if (auto device = std::dynamic_pointer_cast<CDevice>(m_core)) {
-            m_subscriptions.push_back(device->AfterConfigDMUploadEvent().Subscribe(
+        if (m_device) {
+            m_subscriptions.push_back(m_device->AfterConfigDMUploadEvent().Subscribe(
                 [this] { m_events.Fire(kEventAfterConfigDMUpload); }));
-            m_subscriptions.push_back(device->AfterConfigDMDownloadEvent().Subscribe(
+            m_subscriptions.push_back(m_device->AfterConfigDMDownloadEvent().Subscribe(
                 [this] { m_events.Fire(kEventAfterConfigDMDownload); }));
-            m_subscriptions.push_back(device->RequestDownloadEvent().Subscribe(
+            m_subscriptions.push_back(m_device->RequestDownloadEvent().Subscribe(
                 [this] { m_events.Fire(kEventRequestDownload); }));
         }
     }
@@ -192,6 +202,18 @@ public:
         return Guard([&] { m_core->SetConfig(ImportObject(configItems), varCat); });
     }
 
+    // _CDevice
+    HRESULT STDMETHODCALLTYPE PIUnsignedTwoBytesToSingle(BYTE highByte, BYTE lowByte,
+                                                         FLOAT* result) override {
+        return Guard([&] { Out(result) = Device().PIUnsignedTwoBytesToSingle(highByte, lowByte); });
+    }
+    HRESULT STDMETHODCALLTYPE PIConvertBinaryToHexString(VARIANT byteStream,
+                                                         BSTR* result) override {
+        return Guard([&] {
+            Out(result) = ToBstr(Device().PIConvertBinaryToHexString(FromVariant(byteStream)));
+        });
+    }
+
     // IOrvexDeviceInfo
     HRESULT STDMETHODCALLTYPE get_Name(BSTR location, BSTR* name) override {
         return Guard([&] { Out(name) = ToBstr(m_info->Name(FromBstr(location))); });
@@ -237,7 +259,14 @@ public:
     }
 
 private:
+    // The class's own members need the library's device class, not only its interfaces.
+    CDevice& Device() const {
+        if (!m_device) throw HresultError(E_NOTIMPL);
+        return *m_device;
+    }
+
     std::shared_ptr<vx::IOrvexDeviceInfo> m_info;
+    std::shared_ptr<CDevice> m_device;
     DeviceEventPoint m_events;
     std::vector<Event<>::Subscription> m_subscriptions;
 };
@@ -324,9 +353,32 @@ public:
     }
 };
 
+// SubElement's place in the contract.
+constexpr DISPID kMemberSubElement = 1;
+
 class ElementWrapper final : public CoreWrapper<vx::IOrvexDataElement, ::IOrvexDataElement> {
 public:
     using CoreWrapper::CoreWrapper;
+
+    // SubElement takes its subscripts as a parameter array. The type description's own invoke
+    // does not pass such an array under every automation runtime (Wine's refuses none or several
+    // arguments), so a late-bound call of it gathers the arguments here.
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID member, REFIID iid, LCID locale, WORD flags,
+                                     DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
+                                     UINT* badArgument) override {
+        if (member != kMemberSubElement || !IsEqualIID(iid, IID_NULL) ||
+            (flags & (DISPATCH_METHOD | DISPATCH_PROPERTYGET)) == 0) {
+            return CoreWrapper::Invoke(member, iid, locale, flags, params, result, exception,
+                                       badArgument);
+        }
+        SAFEARRAY* subscripts = nullptr;
+        const HRESULT gathered = ParameterArrayOf(params, &subscripts, badArgument);
+        if (FAILED(gathered)) return gathered;
+        ::IOrvexDataElement* element = nullptr;
+        const HRESULT outcome = SubElement(subscripts, &element);
+        SafeArrayDestroy(subscripts);
+        return ObjectInvokeResult(outcome, element, result, exception);
+    }
 
     HRESULT STDMETHODCALLTYPE SubElement(SAFEARRAY* subscripts,
                                          ::IOrvexDataElement** element) override {

@@ -239,6 +239,18 @@ TEST_F(Commands, TheFileDirectoryResolvesLocations) {
     EXPECT_EQ(device->Info()->Name("20"), "");
 }
 
+TEST_F(Commands, AVariableListTheHostCannotGiveResolvesToNothing) {
+    node->InjectFault({.operation = "NetworkVariables", .count = 1});
+    EXPECT_EQ(device->ResolveSCPTLocation("20"), "");
+    EXPECT_EQ(device->ResolveSCPTLocation("20"), "4120") << "the fault was for one call";
+
+    // The name reads at the empty address it was given, which fails quietly; the search is not
+    // tried again.
+    node->InjectFault({.operation = "NetworkVariables", .count = 1});
+    EXPECT_EQ(device->Info()->Name("20"), "");
+    EXPECT_EQ(device->Info()->Name("20"), "VX-220 Room 2.14");
+}
+
 TEST_F(Commands, ACommandSetUpThatFailsDoesNotStopTheConnect) {
     node->InjectFault({.operation = "ReadValue",
                        .target = "nvoCommandStatus",

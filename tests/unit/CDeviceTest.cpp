@@ -7,7 +7,9 @@
 #include "fixtures/ErrorMatchers.h"
 #include "fixtures/FakeConnection.h"
 #include "fixtures/Scenario.h"
+#include "interfaces/CommunicationCheck.h"
 #include "interfaces/HostResources.h"
+#include "interfaces/INodeVariable.h"
 
 namespace vx {
 namespace {
@@ -70,9 +72,19 @@ TEST_F(DeviceTest, AProfileEntryThatIsNoNumberEndsTheListQuietly) {
 }
 
 TEST_F(DeviceTest, ANodeTextWithoutProfileListFailsAtTheFirstObject) {
+    // No "@", an empty list (which splits into no entries at all) and an empty text leave the
+    // profile table without bounds.
+    for (const char* selfDoc : {"Controller without a list", "&3.4@;x", "&3.4@", "&3.4@;", ""}) {
+        const auto node = MinimalNode();
+        node->selfDoc = selfDoc;
+        EXPECT_COM_ERROR(device->Connect(node, nullptr), kErrSubscriptOutOfRange) << selfDoc;
+        EXPECT_TRUE(device->Connected()) << selfDoc;
+        EXPECT_TRUE(ObjectIds(*device).empty()) << selfDoc;
+    }
     const auto node = MinimalNode();
-    node->selfDoc = "Controller without a list";
-    EXPECT_COM_ERROR(device->Connect(node, nullptr), kErrSubscriptOutOfRange);
+    node->selfDoc = "&3.4@,8500;x";  // an empty first entry is no number: the list ends there
+    device->Connect(node, nullptr);
+    EXPECT_EQ(device->Object(1)->Profile(), CDeviceObject::ProfileCode(0));
 }
 
 TEST_F(DeviceTest, NodeWideItemsGoToObjectMinusOne) {
@@ -262,6 +274,18 @@ TEST_F(DeviceTest, StateFollowsNodeStateAndMode) {
     EXPECT_EQ(node->messages.back(), "51:0000:1");
 }
 
+TEST_F(DeviceTest, StateOfAnUnconnectedDeviceThatACheckCallsCommunicatingIsObjectNotSet) {
+    struct Answering final : CommunicationCheck {
+        bool IsCommunicating(const NodeConnectionPtr&) override { return true; }
+    };
+    const auto previous = InstallCommunicationCheck(std::make_shared<Answering>());
+    EXPECT_COM_ERROR(device->State(false, false), kErrObjectNotSet);
+    device->Connect(MinimalNode(), nullptr);
+    device->Disconnect();
+    EXPECT_COM_ERROR(device->State(false, false), kErrObjectNotSet);
+    InstallCommunicationCheck(previous);
+}
+
 TEST_F(DeviceTest, IdentityTextsAreEmptyWithoutAConnection) {
     EXPECT_EQ(device->ProgID(), "");
     EXPECT_EQ(device->MfgID(), "");
@@ -320,6 +344,37 @@ TEST_F(DeviceTest, WithoutRequestAndStatusVariablesObjectRequestsDoNothing) {
     EXPECT_COM_ERROR(device->ReadMemoryText("4120"), kErrObjectNotSet);
     EXPECT_COM_ERROR(device->WriteMemoryText("x", "4120"), kErrObjectNotSet);
     EXPECT_EQ(device->Info()->Name("20"), "");  // the name members test for a connection
+}
+
+TEST_F(DeviceTest, TheDirectorySearchGivesAnEmptyTextWhenTheHostCannotListOrNameAVariable) {
+    const auto node = MinimalNode();
+    const auto directory = node->AddVariable("nvoFileDirectory", "@0|5");
+    directory->value = test::HostBytes({0x00, 0x41, 0x00});  // the directory at 4100
+    device->Connect(node, nullptr);
+    // The fake node answers a read with the request's own bytes: "00" gives the entry's first
+    // four digits.
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "0041");
+
+    struct Unnamed final : INodeVariable {
+        bool nameFails = true;
+        std::string Name() const override {
+            if (nameFails) throw test::HostTimeout();
+            return "nvoOther";
+        }
+        std::int16_t Index() const override { return 9; }
+        std::string SelfDoc() const override { return {}; }
+        std::int32_t TypeIndex() const override { return 0; }
+        std::string SelfDocName() const override { throw test::HostTimeout(); }
+        std::int32_t ByteLength() const override { return 0; }
+        bool IsOutput() const override { return true; }
+        Variant ReadValue() override { return {}; }
+        void WriteValue(const Variant&) override {}
+    };
+    const auto unnamed = std::make_shared<Unnamed>();
+    node->networkVariables->items.push_back(unnamed);
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "") << "a name the host cannot give";
+    unnamed->nameFails = false;
+    EXPECT_EQ(device->ResolveSCPTLocation("00"), "") << "a second name the host cannot give";
 }
 
 TEST(VxDefTest, EachDeviceIsNewAndUnconnected) {

@@ -90,6 +90,23 @@ TEST(CDeviceVariableElement, ScaledSignedValueReadsAndWrites) {
     EXPECT_EQ(Content(buffer), ByteVector({0x00, 0xFE, 0x70}));
 }
 
+TEST(CDeviceVariableElement, LongResultOfAMultiplyingTypeIsTheRawNumber) {
+    // Result type -2 with a multiplying factor: the value is the raw number as a Long, though
+    // the limits and a write still scale (20 written is raw 2, which reads as 2).
+    auto type = Integer(8, false, 0, 255);
+    type->resultType = kResultTypeLong;
+    type->factor = 10;
+    type->multiplies = true;
+    const auto buffer = Buffer({0x0A});
+    const auto element = Element(type, buffer, NewOffset(0, 0));
+    EXPECT_EQ(element->Value(), Variant(10));
+    EXPECT_EQ(element->Value(), Variant(10)) << "again, with the type's answers kept";
+    EXPECT_FLOAT_EQ(element->ScaledMax(), 2550.0F);
+    element->SetValue(0, Variant(20));
+    EXPECT_EQ(Content(buffer), ByteVector({2}));
+    EXPECT_EQ(element->Value(), Variant(2));
+}
+
 TEST(CDeviceVariableElement, WritesAreClampedToTheFieldsRange) {
     const auto percent = Integer(8, false, 0, 250);
     const auto buffer = Buffer({0, 0, 0});
@@ -123,6 +140,38 @@ TEST(CDeviceVariableElement, WritesAreClampedToTheFieldsRange) {
     EXPECT_FLOAT_EQ(value->ScaledMax(), 10.0F);
     value->SetValue(0, Variant(1000.0));
     EXPECT_EQ(value->Value(), Variant(1000.0F));
+}
+
+TEST(CDeviceVariableElement, AWidthBeyondALongIsLimitedByTheDeclaredRange) {
+    // An unsigned 32-bit width holds up to 2^32-1, which is no Long; the declared range decides.
+    const auto buffer = Buffer({0, 0, 0, 0});
+    const auto counter = Element(Integer(32, false, 0, 100000), buffer, NewOffset(0, 0));
+    EXPECT_COM_ERROR(counter->RawTypeMax(), kErrOverflow) << "the width's own maximum";
+    EXPECT_EQ(counter->RawMax(), 100000);
+    EXPECT_EQ(counter->RawMin(), 0);
+    counter->SetValue(0, Variant(70000));
+    EXPECT_EQ(Content(buffer), ByteVector({0x00, 0x01, 0x11, 0x70}));
+    EXPECT_FALSE(counter->Undefined());
+    counter->SetValue(0, Variant(1e9));
+    EXPECT_EQ(counter->UnScaledValue(), 100000);
+    counter->SetUnScaledValue(0, -7);
+    EXPECT_EQ(counter->UnScaledValue(), 0);
+
+    auto largest = Integer(32, false, 0, std::numeric_limits<std::int32_t>::max());
+    const auto full = Element(largest, buffer, NewOffset(0, 0));
+    EXPECT_EQ(full->RawMax(), std::numeric_limits<std::int32_t>::max());
+    full->SetUnScaledValue(0, std::numeric_limits<std::int32_t>::max());
+    EXPECT_EQ(Content(buffer), ByteVector({0x7F, 0xFF, 0xFF, 0xFF}));
+    EXPECT_FALSE(full->Undefined());
+    buffer->SetUInt8(*NewOffset(0, 0), 0x80);  // top bit set: beyond what a Long reads
+    EXPECT_COM_ERROR(full->Undefined(), kErrOverflow);
+
+    // A signed width wider than a Long, the same on the low side.
+    const auto signedWide =
+        Element(Integer(40, true, -1000, 1000), Buffer({0, 0, 0, 0, 0}), NewOffset(0, 0));
+    EXPECT_EQ(signedWide->RawMin(), -1000);
+    EXPECT_EQ(signedWide->RawMax(), 1000);
+    EXPECT_COM_ERROR(signedWide->RawTypeMin(), kErrOverflow);
 }
 
 TEST(CDeviceVariableElement, UndefinedOutsideTheRangeOrAtTheInvalidCode) {
@@ -176,9 +225,6 @@ TEST(CDeviceVariableElement, FailuresOfTheBufferAndTypePropagate) {
     const auto element = Element(Integer(8, false, 0, 255), unloaded, NewOffset(0, 0));
     EXPECT_COM_ERROR(element->Value(), LibraryErrorNumber(kIdBufferLoadFailed));
     EXPECT_COM_ERROR(element->SetValue(0, Variant(1)), LibraryErrorNumber(kIdBufferLoadFailed));
-    // A 32-bit unsigned range does not fit a Long.
-    const auto wide = Element(Integer(32, false, 0, 1000), Buffer({0, 0, 0, 0}), NewOffset(0, 0));
-    EXPECT_COM_ERROR(wide->SetValue(0, Variant(1)), kErrOverflow);
     EXPECT_COM_ERROR(Element(nullptr, unloaded, NewOffset(0, 0))->Value(), kErrObjectNotSet);
 }
 

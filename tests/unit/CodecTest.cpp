@@ -367,6 +367,30 @@ TEST(Codec, IntegersByTypeDescription) {
     EXPECT_EQ(target.Content(), ByteVector({0x01, 0x02, 0xFE}));
 }
 
+TEST(Codec, LongResultsWithAMultiplyingFactorAreTheRawNumber) {
+    // Result type -2 keeps a number that needs no division as a Long: the raw number, unscaled.
+    FakeTypedef type;
+    type.resultType = kResultTypeLong;
+    type.multiplies = true;
+    type.factor = 10;
+    const auto start = NewOffset(0, 0);
+    Loaded byte({0x0A});
+    EXPECT_EQ(byte.buffer.GetValue(type, start, 0), Variant(10));
+
+    type.bits = 16;
+    type.maximum = 65535;
+    type.factor = 65536;
+    Loaded word({0xFF, 0xFF});
+    EXPECT_EQ(word.buffer.GetValue(type, start, 0), Variant(65535)) << "no product, no overflow";
+    type.isSigned = true;
+    EXPECT_EQ(word.buffer.GetValue(type, start, 0), Variant(-1));
+
+    // Dividing factors still scale, and give a Single.
+    type.multiplies = false;
+    type.factor = 2;
+    EXPECT_EQ(word.buffer.GetValue(type, start, 0), Variant(-0.5F));
+}
+
 TEST(Codec, EngineeringValues) {
     FakeTypedef type;
     const auto start = NewOffset(0, 0);
@@ -379,7 +403,7 @@ TEST(Codec, EngineeringValues) {
     EXPECT_EQ(bytes.buffer.GetValue(type, start, 0), Variant(12.3F)) << "division gives Single";
     type.multiplies = true;
     type.factor = 5;
-    EXPECT_EQ(bytes.buffer.GetValue(type, start, 0), Variant(615));
+    EXPECT_EQ(bytes.buffer.GetValue(type, start, 0), Variant(123)) << "a Long result is raw";
     type.resultType = 0;
     EXPECT_EQ(bytes.buffer.GetValue(type, start, 0), Variant(615.0F));
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string_view>
+#include <vector>
 
 #include "automation/Clock.h"
 #include "fixtures/ErrorMatchers.h"
@@ -59,6 +61,14 @@ TEST(Scaling, RawToScaledAndBack) {
     EXPECT_EQ(ScaledToRaw(3.5f, 0, false), 4);
     EXPECT_EQ(ScaledToRaw(23.45f, 100, false), 2345);
     EXPECT_COM_ERROR(ScaledToRaw(3e9f, 1, false), kErrOverflow);
+}
+
+TEST(SplitText, PiecesBetweenSeparatorsAndNoneForAnEmptyText) {
+    using Pieces = std::vector<std::string_view>;
+    EXPECT_EQ(SplitText("a,b", ','), (Pieces{"a", "b"}));
+    EXPECT_EQ(SplitText("a", ','), (Pieces{"a"}));
+    EXPECT_EQ(SplitText(",", ','), (Pieces{"", ""}));
+    EXPECT_TRUE(SplitText("", ',').empty());
 }
 
 TEST(SplitFields, ThreeOrFourPieces) {

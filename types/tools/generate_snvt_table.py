@@ -182,7 +182,8 @@ def integer_row(name, bits, signed, scale, minimum, maximum, invalid, **kw):
         note = (
             ("signed" if wire_signed else "unsigned")
             + " 32-bit on the wire; carried as raw 0 .. 2147483647, a value with the top bit"
-            " set is outside what the element reads and writes"
+            " set is outside what the element reads and writes; Value writes pass through a"
+            " Single (exact up to 16777216), UnScaledValue writes are exact"
         )
     wire_lo = -(2 ** (bits - 1)) if wire_signed else 0
     wire_hi = 2 ** (bits - 1) - 1 if wire_signed else 2**bits - 1

@@ -106,6 +106,35 @@ void Subscripts(const client::Controller& made) {
     REQUIRE(standby);
     CHECK_OK(standby->get_Value(0, value.Put()));
     CHECK(V_VT(value.Get()) == VT_R4 && V_R4(value.Get()) == 19.0f);
+
+    // No arguments: the element itself. Two: a field and an entry of it ("0 Normal": entry 2
+    // is the N).
+    CHECK_OK(client::Invoke(dispatch.Get(), L"SubElement", DISPATCH_METHOD | DISPATCH_PROPERTYGET,
+                            {}, result.Put()));
+    REQUIRE(V_VT(result.Get()) == VT_DISPATCH);
+    CHECK(client::IdentityOf(V_DISPATCH(result.Get())) == client::IdentityOf(whole.Get()));
+    Ptr<IOrvexDataElement> message;
+    REQUIRE_OK(
+        client::VariableOf(made.device.Get(), 0, L"nvoAlarmMessage")->get_Element(message.Put()));
+    Bstr characters(L"ascii_");
+    CHECK_OK(client::Invoke(message.Get(), L"SubElement", DISPATCH_METHOD,
+                            {client::TextArg(characters.Get()), client::LongArg(2)}, result.Put()));
+    REQUIRE(V_VT(result.Get()) == VT_DISPATCH && V_DISPATCH(result.Get()));
+    const auto entry =
+        client::Query<IOrvexDataElement>(V_DISPATCH(result.Get()), IID_IOrvexDataElement);
+    REQUIRE(entry);
+    CHECK_OK(entry->get_Value(0, value.Put()));
+    CHECK(V_VT(value.Get()) == VT_I4 && V_I4(value.Get()) == 'N');
+
+    // The entries of a parameter array have no names.
+    DISPID named = 0;
+    VARIANT argument = client::TextArg(characters.Get());
+    DISPPARAMS params{&argument, &named, 1, 1};
+    UINT badArgument = 0;
+    CHECK_HR(message->Invoke(client::DispIdOf(message.Get(), L"SubElement"), IID_NULL,
+                             LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result.Put(), nullptr,
+                             &badArgument),
+             DISP_E_NONAMEDARGS);
 }
 
 }  // namespace

@@ -120,4 +120,50 @@ void EarlyBound() {
     CHECK_EQ(connected, VARIANT_FALSE);
 }
 
+// The device class's own interface: the conversions early bound, beside the device's members on
+// the same object and the same IDispatch.
+void DeviceConversions() {
+    const auto made = client::ConnectDefault();
+    const auto own = made.device.As<_CDevice>(IID__CDevice);
+    REQUIRE(own);
+    CHECK(client::IdentityOf(own.Get()) == client::IdentityOf(made.device.Get()));
+    const auto supports = own.As<ISupportErrorInfo>(IID_ISupportErrorInfo);
+    REQUIRE(supports);
+    CHECK_OK(supports->InterfaceSupportsErrorInfo(IID__CDevice));
+
+    FLOAT single = 0;
+    CHECK_OK(own->PIUnsignedTwoBytesToSingle(1, 2, &single));
+    CHECK_EQ(single, 258.0f);
+    CHECK_OK(own->PIUnsignedTwoBytesToSingle(0x12, 0xAB, &single));
+    CHECK_EQ(single, 4779.0f);
+
+    // Bytes 0, 15, 16 and 255 from lower bound 1: two upper-case digits each.
+    SAFEARRAYBOUND bound{4, 1};
+    Var bytes;
+    V_VT(bytes.Get()) = VT_ARRAY | VT_UI1;
+    V_ARRAY(bytes.Get()) = SafeArrayCreate(VT_UI1, 1, &bound);
+    REQUIRE(V_ARRAY(bytes.Get()));
+    const BYTE values[] = {0, 15, 16, 255};
+    for (LONG index = 1; index <= 4; ++index) {
+        BYTE value = values[index - 1];
+        SafeArrayPutElement(V_ARRAY(bytes.Get()), &index, &value);
+    }
+    Bstr hex;
+    CHECK_OK(own->PIConvertBinaryToHexString(*bytes, hex.Put()));
+    CHECK_EQ(hex.Text(), std::wstring(L"000F10FF"));
+    Var text;
+    V_VT(text.Get()) = VT_BSTR;
+    V_BSTR(text.Get()) = SysAllocString(L"000F");
+    CHECK_OK(own->PIConvertBinaryToHexString(*text, hex.Put()));
+    CHECK_EQ(hex.Text(), std::wstring());
+
+    // Whichever interface a host holds, the device's IDispatch knows every member.
+    CHECK_EQ(client::DispIdOf(made.device.Get(), L"PIUnsignedTwoBytesToSingle"), 17);
+    CHECK_EQ(client::DispIdOf(made.device.Get(), L"PIConvertBinaryToHexString"), 18);
+    CHECK_EQ(client::DispIdOf(own.Get(), L"Connect"), 2);
+    VARIANT_BOOL connected = VARIANT_FALSE;
+    CHECK_OK(own->get_Connected(&connected));
+    CHECK_EQ(connected, VARIANT_TRUE);
+}
+
 }  // namespace cases

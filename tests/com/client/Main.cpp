@@ -17,10 +17,12 @@ int main() {
         return check::Finish();
     }
     check::RunCase("early-bound calls", cases::EarlyBound);
+    check::RunCase("the device's own conversions", cases::DeviceConversions);
     check::RunCase("late-bound calls and error information", cases::LateBound);
     check::RunCase("device events", cases::Events);
     check::RunCase("COM identity", cases::Identity);
     check::RunCase("byte arrays and sub-elements", cases::ByteArrays);
+    check::RunCase("names in the type libraries", cases::TypeLibraryNames);
     // Last: it needs every object of the cases before it released.
     check::RunCase("unloading the servers", cases::Unload);
     const int exitCode = check::Finish();

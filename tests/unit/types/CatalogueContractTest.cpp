@@ -3,6 +3,7 @@
 // beyond the limits clamp, every field is reachable by name and writes stay inside their field.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -160,22 +161,47 @@ private:
         }
     }
 
-    // 32-bit integers: read in full below 2^31; a value with the top bit set is refused, never
-    // misread; a write is either exact or refused.
+    // 32-bit integers: the element carries raw 0 .. 2^31-1 of them. Within that they read, write
+    // and clamp like any integer; a write is exact or refused, and a value with the top bit set
+    // is refused, never misread.
     void CheckWide(const ElementPtr& element, const CatalogueType& type, std::int32_t index,
                    const std::string& path) {
         EXPECT_FALSE(type.IsSigned()) << path;
-        for (const std::int32_t raw : {type.MinValue(), type.MaxValue()}) {
-            m_bench.buffer->SetLong(type, element->Offset(), index, raw);
-            EXPECT_FLOAT_EQ(CSng(element->Value(index)), static_cast<float>(type.Engineering(raw)))
-                << path;
-            try {
-                element->SetValue(index, Variant(static_cast<float>(type.Engineering(raw))));
-                EXPECT_EQ(element->UnScaledValue(index), raw) << path;
-            } catch (const ComError& error) {
-                EXPECT_EQ(error.Number(), kErrOverflow) << path;
-            }
+        const std::int32_t low = type.MinValue();
+        const std::int32_t high = type.MaxValue();
+        EXPECT_EQ(element->RawMin(), low) << path;
+        EXPECT_EQ(element->RawMax(), high) << path;
+        EXPECT_FALSE(element->Undefined(index)) << path;
+
+        // A count as a technician sets it: exact through a Single.
+        const std::int32_t typical = std::min(high, 1000000);
+        element->SetValue(index, Variant(static_cast<float>(type.Engineering(typical))));
+        EXPECT_EQ(element->UnScaledValue(index), typical) << path;
+        ExpectReads(element->Value(index), type, type.Engineering(typical), path);
+        EXPECT_FALSE(element->Undefined(index)) << path;
+        element->SetValue(index, Variant(-1.0));
+        EXPECT_EQ(element->UnScaledValue(index), low) << path << ": clamped to the minimum";
+
+        // Raw writes reach the limits exactly.
+        element->SetUnScaledValue(index, high);
+        EXPECT_EQ(element->UnScaledValue(index), high) << path;
+        std::int32_t invalid = 0;
+        const bool highIsInvalid = type.InvalidValue(invalid) && invalid == high;
+        EXPECT_EQ(element->Undefined(index), highIsInvalid) << path;
+        element->SetUnScaledValue(index, -5);
+        EXPECT_EQ(element->UnScaledValue(index), low) << path;
+
+        // Beyond the maximum: the maximum, unless its Single lies past the Long range.
+        const auto before = m_bench.Bytes();
+        try {
+            element->SetValue(index, Variant(1e12));
+            EXPECT_EQ(element->UnScaledValue(index), high) << path << ": clamped to the maximum";
+        } catch (const ComError& error) {
+            EXPECT_EQ(error.Number(), kErrOverflow) << path;
+            EXPECT_GE(static_cast<double>(element->ScaledMax()), 2147483647.5) << path;
+            EXPECT_EQ(m_bench.Bytes(), before) << path << ": nothing written";
         }
+
         const auto entry = CBuffer::ElementOffset(type, element->Offset(), index);
         m_bench.buffer->MergeBits(ByteArray(0, {0x80, 0, 0, 0}), entry->ByteOffset(), 4, 0, 7);
         EXPECT_COM_ERROR(element->Value(index), kErrOverflow) << path;
@@ -253,6 +279,32 @@ TEST(CatalogueContract, HandComputedValuesReadAsDocumented) {
     EXPECT_EQ(kelvin.root->Value(), Variant(std::int32_t{2971}));
     const auto& formula = dynamic_cast<const CatalogueType&>(*kelvin.root->Typedef());
     EXPECT_NEAR(formula.Engineering(2971), 23.1, 1e-9);
+}
+
+TEST(CatalogueContract, ThirtyTwoBitCountersAndMetersAreWritten) {
+    const auto registry = TypeRegistry::Standard();
+
+    const Bench count(registry->TypeByName("SNVT_count_32"));
+    count.root->SetValue(0, Variant(std::int32_t{123456}));
+    EXPECT_EQ(count.Bytes(), (std::vector<std::uint8_t>{0x00, 0x01, 0xE2, 0x40}));
+    EXPECT_EQ(count.root->Value(), Variant(std::int32_t{123456}));
+    EXPECT_FALSE(count.root->Undefined());
+    count.root->SetUnScaledValue(0, 2147483647);
+    EXPECT_EQ(count.Bytes(), (std::vector<std::uint8_t>{0x7F, 0xFF, 0xFF, 0xFF}));
+    EXPECT_FALSE(count.root->Undefined());
+
+    const Bench hours(registry->TypeByName("SNVT_time_hour_p"));
+    hours.root->SetValue(0, Variant(8760.0));
+    EXPECT_EQ(hours.Bytes(), (std::vector<std::uint8_t>{0x00, 0x00, 0x22, 0x38}));
+    EXPECT_FALSE(hours.root->Undefined());
+
+    const Bench energy(registry->TypeByName("SNVT_elec_kwh_l"));
+    energy.root->SetValue(0, Variant(1234.5));  // tenths of a kWh: 12345
+    EXPECT_EQ(energy.Bytes(), (std::vector<std::uint8_t>{0x00, 0x00, 0x30, 0x39}));
+    EXPECT_EQ(energy.root->Value(), Variant(1234.5F));
+    EXPECT_FALSE(energy.root->Undefined());
+    energy.root->SetUnScaledValue(0, 0x7FFFF1C0);  // the invalid code
+    EXPECT_TRUE(energy.root->Undefined());
 }
 
 }  // namespace

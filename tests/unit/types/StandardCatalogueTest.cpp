@@ -38,8 +38,7 @@ struct DataRow {
 
 // The rows of the reference table shipped with the catalogue, read independently of the generator.
 std::vector<DataRow> ReferenceRows() {
-    const auto path =
-        std::filesystem::path(__FILE__).parent_path() / "../../../types/data/snvt.tsv";
+    const auto path = std::filesystem::path(VX_SIM_DATA_DIR) / "../../types/data/snvt.tsv";
     std::ifstream file(path);
     EXPECT_TRUE(file) << path;
     std::vector<DataRow> rows;
