@@ -172,12 +172,16 @@ build mingw32
 if dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok installed" &&
   com32_runs_natively; then
   run_platform 32 mingw32 wine win32
-elif com32_prepared; then
+elif ! com32_prepared; then
+  skipped+=("32-bit COM tests: $(com32_unavailable_reason)")
+elif [ "$(id -u)" -ne 0 ]; then
+  skipped+=("32-bit COM tests: the i386 userland in $com32_dir runs only for root")
+elif ! com32_runs_natively && ! com32_register; then
+  no_binfmt="qemu's emulator could not be registered with binfmt_misc"
+  skipped+=("32-bit COM tests: this machine runs no 32-bit code, and $no_binfmt")
+else
   how="natively"
-  if ! com32_runs_natively; then
-    com32_register
-    how="through qemu's i386 emulator"
-  fi
+  if [ -n "$com32_entry" ]; then how="through qemu's i386 emulator"; fi
   echo "== 32-bit Wine in the i386 userland $com32_chroot, $how"
   com32_enter "$root"
   run=com32_run
@@ -185,8 +189,6 @@ elif com32_prepared; then
   run=host
   com32_leave
   com32_unregister
-else
-  skipped+=("32-bit COM tests: $(com32_unavailable_reason)")
 fi
 
 for reason in "${skipped[@]}"; do

@@ -94,7 +94,7 @@ started=$SECONDS
 how="run natively"
 $native || how="run through qemu's i386 emulator"
 note "preparing an i386 userland with 32-bit Wine in $com32_dir, $how;" \
-  "the first time takes about 10 minutes"
+  "this takes a few minutes, once"
 rm -f "$com32_dir/unavailable"
 
 done_step() { touch "$com32_dir/.done-$1"; }
