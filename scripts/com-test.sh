@@ -1,12 +1,22 @@
 #!/usr/bin/env bash
 # Builds the COM servers for Windows with MinGW-w64 and runs the COM client suites under Wine, in
 # a fresh prefix each: the VBScript suites through cscript and the C++ client, then unregisters
-# both servers and checks that nothing of ours is left. The 64-bit run always gates; the 32-bit
-# run needs 32-bit Wine and says loudly when it cannot run.
+# both servers and checks that nothing of ours is left. Both runs gate: the 64-bit one under the
+# machine's Wine, the 32-bit one under the machine's 32-bit Wine where it is installed, otherwise
+# in the i386 userland that scripts/setup.sh --com prepares (natively where the processor runs
+# 32-bit code, through qemu's emulator where it does not). When the 32-bit run is impossible it
+# says so loudly, with the reason.
 # Prints "com: N passed, M failed" last; exits non-zero when anything failed.
 set -euo pipefail
+# Started in the background by another script, it would ignore SIGINT, and an ignored signal
+# cannot be trapped: start again with it restored, so that an interrupt always ends the run cleanly.
+if [ -n "$(trap -p INT)" ] && [ -z "${VX_COM_TEST_SIGNALS:-}" ]; then
+  VX_COM_TEST_SIGNALS=restored exec env --default-signal=INT "$0" "$@"
+fi
 cd "$(dirname "$0")/.."
 root=$PWD
+# shellcheck source=scripts/lib/com32.sh
+source scripts/lib/com32.sh
 
 export WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml="  # never offer to install Mono or Gecko
@@ -39,46 +49,92 @@ count_suite() {
 
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
-run_platform() {
-  local bits=$1 preset=$2 loader=$3
-  echo "== COM servers, ${bits}-bit"
-  cmake --preset "$preset" >/dev/null
-  cmake --build "build/$preset" -j 2
+# The command running now, the suite file written for it and the prefix whose Wine is up: what the
+# exit trap takes back, whichever way the script ends.
+running=""
+suite=""
+prefix_up=""
+run=host
 
-  local prefix="$root/build/wine-$bits"
+host() { "$@"; }
+
+# Runs a command in the background and waits for it, so that a signal to this script is acted on
+# at once rather than when the command ends; its output goes to the given file.
+attend() {
+  local out=$1 dir=$2
+  shift 2
+  (cd "$dir" && "$@") >"$out" 2>&1 </dev/null &
+  running=$!
+  local status=0
+  wait "$running" || status=$?
+  running=""
+  return "$status"
+}
+
+cleanup() {
+  # The chroot's namespace goes first, so that what runs in it has ended when the command is
+  # stopped and waited for.
+  com32_leave
+  if [ -n "$running" ]; then
+    kill "$running" 2>/dev/null || true
+    wait "$running" 2>/dev/null || true
+  fi
+  # The host's Wine is stopped through its server; the emulator's entry goes last.
+  if [ -n "$prefix_up" ] && [ "$run" = host ]; then
+    WINEPREFIX=$prefix_up wineserver -k >/dev/null 2>&1 || true
+  fi
+  com32_unregister
+  if [ -n "$suite" ]; then rm -f "$suite"; fi
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# The runs: bits, CMake preset, the Wine loader and the prefix's architecture. Commands go through
+# "$run": the host itself, or the i386 userland.
+run_platform() {
+  local bits=$1 preset=$2 loader=$3 arch=$4
+  echo "== COM servers, ${bits}-bit"
+
+  local prefix="$root/build/wine-$bits" out="$root/build/com-$bits.out"
   rm -rf "$prefix"
   export WINEPREFIX=$prefix
-  WINEARCH=win64 /usr/lib/wine/wine64 wineboot -i >/dev/null 2>&1
-  wineserver -w
+  prefix_up=$prefix
+  WINEARCH=$arch attend "$out" "$root" "$run" "$loader" wineboot -i || true
+  attend "$out" "$root" "$run" wineserver -w || true
 
   local vx sim
   vx=$(windows_path "$root/build/$preset/com/vx/Vx.dll")
   sim=$(windows_path "$root/build/$preset/com/sim/VxSim.dll")
   for dll in "$vx" "$sim"; do
-    if "$loader" regsvr32 /s "$dll" >/dev/null 2>&1; then
+    if attend "$out" "$root" "$run" "$loader" regsvr32 /s "$dll"; then
       passed=$((passed + 1))
     else
-      echo "FAILED: regsvr32 $dll"
+      echo "FAILED: regsvr32 $dll ($bits-bit)"
       failed=$((failed + 1))
     fi
   done
 
   # Each suite runs with the shared checks in front of it, from the suites' own folder so that
   # relative paths to the repository's data files hold.
-  local script output suite
+  local script
   for script in tests/com/scripts/*.vbs; do
     suite="tests/com/scripts/.run-$(basename "$script")"
     cat tests/com/scripts/check.inc "$script" >"$suite"
-    output=$(cd tests/com/scripts && "$loader" cscript //nologo "$(basename "$suite")" 2>&1 || true)
+    attend "$out" tests/com/scripts "$run" "$loader" cscript //nologo "$(basename "$suite")" || true
     rm -f "$suite"
-    count_suite "$(basename "$script") ($bits-bit)" "$output"
+    suite=""
+    count_suite "$(basename "$script") ($bits-bit)" "$(cat "$out")"
   done
-  output=$("$loader" "$(windows_path "$root/build/$preset/tests/com/vx_com_client.exe")" 2>&1 || true)
-  count_suite "vx_com_client ($bits-bit)" "$output"
+  attend "$out" "$root" "$run" "$loader" \
+    "$(windows_path "$root/build/$preset/tests/com/vx_com_client.exe")" || true
+  count_suite "vx_com_client ($bits-bit)" "$(cat "$out")"
 
-  for dll in "$sim" "$vx"; do "$loader" regsvr32 /u /s "$dll" >/dev/null 2>&1 || true; done
-  output=$(cd tests/com && "$loader" cscript //nologo unregistered.vbs 2>&1 || true)
-  count_suite "unregistered.vbs ($bits-bit)" "$output"
+  for dll in "$sim" "$vx"; do
+    attend "$out" "$root" "$run" "$loader" regsvr32 /u /s "$dll" || true
+  done
+  attend "$out" tests/com "$run" "$loader" cscript //nologo unregistered.vbs || true
+  count_suite "unregistered.vbs ($bits-bit)" "$(cat "$out")"
   # Nothing of ours stays in the registry: ProgIDs, classes, type libraries, interfaces.
   local key leftovers=0
   for key in 'HKCR\Vx.VxDef' 'HKCR\VxSim.Node' \
@@ -90,26 +146,49 @@ run_platform() {
     'HKCR\Interface\{722D629D-CF4D-45E5-92AB-0407363BAA67}' \
     'HKCR\Interface\{659710F9-8E58-4F4A-8BAA-6A35E4DA299F}' \
     'HKCR\Interface\{A385FCEC-EB7A-4E99-BE43-D88287CA2B61}'; do
-    if "$loader" reg query "$key" >/dev/null 2>&1; then
-      echo "FAILED: $key is still registered after regsvr32 /u"
+    if attend "$out" "$root" "$run" "$loader" reg query "$key"; then
+      echo "FAILED: $key is still registered after regsvr32 /u ($bits-bit)"
       leftovers=$((leftovers + 1))
     fi
   done
   if [ "$leftovers" -eq 0 ]; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
 
-  wineserver -k || true
+  attend "$out" "$root" "$run" wineserver -k || true
+  prefix_up=""
+  rm -f "$out"
   unset WINEPREFIX
 }
 
-run_platform 64 mingw64 /usr/lib/wine/wine64
+build() {
+  cmake --preset "$1" >/dev/null
+  cmake --build "build/$1" -j 2
+}
 
-if dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok installed"; then
-  run_platform 32 mingw32 wine
+build mingw64
+run_platform 64 mingw64 /usr/lib/wine/wine64 win64
+
+# The 32-bit DLLs are built in any case, so the i686 build stays warning-free and linkable.
+build mingw32
+if dpkg-query -W -f='${Status}' wine32:i386 2>/dev/null | grep -q "install ok installed" &&
+  com32_runs_natively; then
+  run_platform 32 mingw32 wine win32
+elif ! com32_prepared; then
+  skipped+=("32-bit COM tests: $(com32_unavailable_reason)")
+elif [ "$(id -u)" -ne 0 ]; then
+  skipped+=("32-bit COM tests: the i386 userland in $com32_dir runs only for root")
+elif ! com32_runs_natively && ! com32_register; then
+  no_binfmt="qemu's emulator could not be registered with binfmt_misc"
+  skipped+=("32-bit COM tests: this machine runs no 32-bit code, and $no_binfmt")
 else
-  # The 32-bit DLLs are still built, so the i686 build stays warning-free and linkable.
-  cmake --preset mingw32 >/dev/null
-  cmake --build build/mingw32 -j 2
-  skipped+=("32-bit COM tests: 32-bit Wine (wine32:i386) is not installed on this machine")
+  how="natively"
+  if [ -n "$com32_entry" ]; then how="through qemu's i386 emulator"; fi
+  echo "== 32-bit Wine in the i386 userland $com32_chroot, $how"
+  com32_enter "$root"
+  run=com32_run
+  run_platform 32 mingw32 wine win32
+  run=host
+  com32_leave
+  com32_unregister
 fi
 
 for reason in "${skipped[@]}"; do

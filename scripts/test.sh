@@ -92,7 +92,7 @@ for target in build/fuzz/tests/fuzz/fuzz_*; do
   passed=$((passed + 1))
 done
 
-step "COM servers under Wine (64-bit; 32-bit when 32-bit Wine is installed)"
+step "COM servers under Wine, 64-bit and 32-bit"
 com_log=$(mktemp)
 com_status=0
 scripts/com-test.sh 2>&1 | tee "$com_log" || com_status=$?
