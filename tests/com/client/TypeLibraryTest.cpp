@@ -22,6 +22,14 @@ using client::Var;
 
 using Names = std::vector<std::wstring>;
 
+// Walking the library is not what is checked: a step that fails is one failure, a step that works
+// is not counted, so the run's count stays the number of things checked.
+#define WALK_OK(call)                                                              \
+    if (const HRESULT walked = (call); FAILED(walked)) {                           \
+        ::check::Record(false, __FILE__, __LINE__, #call " failed while walking"); \
+        throw ::check::Abort();                                                    \
+    }
+
 // The contract's spelling: a capital first letter, or one lower-case letter for the kind of value
 // in front of a capital (the documented parameters bDiscovering, sSCPTLocation, ...).
 bool ContractSpelling(const std::wstring& name) {
@@ -54,18 +62,18 @@ Ptr<ITypeInfo> BindingOf(ITypeInfo* type) {
 // Each function of a description: its name, then its parameters' names.
 std::vector<Names> FunctionsOf(ITypeInfo* type) {
     TYPEATTR* attributes = nullptr;
-    REQUIRE_OK(type->GetTypeAttr(&attributes));
+    WALK_OK(type->GetTypeAttr(&attributes));
     const UINT count = attributes->cFuncs;
     type->ReleaseTypeAttr(attributes);
     std::vector<Names> functions;
     for (UINT index = 0; index < count; ++index) {
         FUNCDESC* function = nullptr;
-        REQUIRE_OK(type->GetFuncDesc(index, &function));
+        WALK_OK(type->GetFuncDesc(index, &function));
         const MEMBERID member = function->memid;
         type->ReleaseFuncDesc(function);
         BSTR names[32] = {};
         UINT found = 0;
-        CHECK_OK(type->GetNames(member, names, 32, &found));
+        WALK_OK(type->GetNames(member, names, 32, &found));
         Names spelled;
         for (UINT name = 0; name < found; ++name) {
             spelled.emplace_back(names[name] ? names[name] : L"");
@@ -90,10 +98,10 @@ std::vector<std::pair<std::wstring, std::vector<Names>>> InterfacesOf(ITypeLib* 
     std::vector<std::pair<std::wstring, std::vector<Names>>> interfaces;
     for (UINT index = 0; index < library->GetTypeInfoCount(); ++index) {
         TYPEKIND kind = TKIND_MAX;
-        REQUIRE_OK(library->GetTypeInfoType(index, &kind));
+        WALK_OK(library->GetTypeInfoType(index, &kind));
         if (kind != TKIND_DISPATCH && kind != TKIND_INTERFACE) continue;
         Ptr<ITypeInfo> type;
-        REQUIRE_OK(library->GetTypeInfo(index, type.Put()));
+        WALK_OK(library->GetTypeInfo(index, type.Put()));
         interfaces.emplace_back(TypeNameOf(type.Get()), FunctionsOf(BindingOf(type.Get()).Get()));
     }
     return interfaces;
