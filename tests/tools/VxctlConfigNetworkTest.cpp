@@ -18,6 +18,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Golden.h"
 #include "VxctlRun.h"
 #include "VxsimProcess.h"
 
@@ -44,17 +45,6 @@ int NextHostOctet() {
 std::string WithoutTimes(const std::string& text) {
     static const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z)");
     return std::regex_replace(text, time, "TIME");
-}
-
-// Compares with tests/tools/golden/NAME; VXCTL_UPDATE_GOLDEN=1 writes it instead.
-void ExpectGolden(const std::string& actual, const std::string& name) {
-    const fs::path golden = fs::path(VXCTL_GOLDEN_DIR) / name;
-    if (std::getenv("VXCTL_UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(golden, std::ios::binary) << actual;
-        return;
-    }
-    ASSERT_TRUE(fs::exists(golden)) << golden << " (VXCTL_UPDATE_GOLDEN=1 writes it)";
-    EXPECT_EQ(actual, test::ReadFile(golden)) << "differs from " << golden;
 }
 
 class VxctlConfigOverLonIp : public ::testing::Test {
@@ -170,7 +160,7 @@ TEST_F(VxctlConfigOverLonIp, ADryRunShowsTheChangesAndTheNodeKeepsItsValues) {
     EXPECT_EQ(json.exitCode, 0) << json.err;
     auto diff = nlohmann::ordered_json::parse(json.out);  // in the order vxctl gives
     diff.erase("file");
-    ExpectGolden(diff.dump(2) + "\n", "config-diff.json");
+    test::ExpectGolden(diff.dump(2) + "\n", "config-diff.json");
     const auto dryRun = nlohmann::ordered_json::parse(
         Vxctl(OnNode({"--json", "config", "restore", "--dry-run", changed.string()})).out);
     EXPECT_EQ(dryRun["differences"], diff["differences"]);
@@ -234,7 +224,7 @@ TEST_F(VxctlConfigOverLonIp, WatchGivesTheSameLinesOverTheNetworkAsInProcess) {
     const Finished remote = Vxctl(OnNode(line));
     EXPECT_EQ(remote.exitCode, 0) << remote.err;
     EXPECT_EQ(WithoutTimes(remote.out), WithoutTimes(local.out));
-    ExpectGolden(WithoutTimes(remote.out), "watch.json");
+    test::ExpectGolden(WithoutTimes(remote.out), "watch.json");
     const Json watched = Json::parse(WithoutTimes(remote.out));
     EXPECT_EQ(watched["polls"], 2);
     ASSERT_EQ(watched["changes"].size(), 3u);  // each value once: none changed

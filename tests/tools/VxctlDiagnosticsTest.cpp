@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Golden.h"
 #include "VxctlRun.h"
 
 namespace vx {
@@ -19,20 +20,10 @@ using Json = nlohmann::json;
 using test::Finished;
 using test::Vxctl;
 
-void ExpectGolden(const std::string& actual, const std::string& goldenName) {
-    const fs::path golden = fs::path(VXCTL_GOLDEN_DIR) / goldenName;
-    if (std::getenv("VXCTL_UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(golden, std::ios::binary) << actual;
-        return;
-    }
-    ASSERT_TRUE(fs::exists(golden)) << golden << " (VXCTL_UPDATE_GOLDEN=1 writes it)";
-    EXPECT_EQ(actual, test::ReadFile(golden)) << "differs from " << golden;
-}
-
 TEST(VxctlDiagnostics, QueryStatusShowsTheStatusBlock) {
     const Finished json = Vxctl({"--json", "query-status"});
     ASSERT_EQ(json.exitCode, 0) << json.err;
-    ExpectGolden(json.out, "query-status.json");
+    test::ExpectGolden(json.out, "query-status.json");
 
     const Finished text = Vxctl({"query-status"});
     EXPECT_NE(text.out.find("reset cause                power-up (0x01)\n"), std::string::npos)
@@ -46,7 +37,7 @@ TEST(VxctlDiagnostics, ReadMemoryDumpsBytesInLinesOfSixteenWithTheirText) {
     // The default controller keeps its configuration items from 4200 on; 3-1 (the checksum) first.
     const Finished dump = Vxctl({"read-memory", "0x4200", "20"});
     ASSERT_EQ(dump.exitCode, 0) << dump.err;
-    ExpectGolden(dump.out, "read-memory-4200.txt");
+    test::ExpectGolden(dump.out, "read-memory-4200.txt");
     const Json json = Json::parse(Vxctl({"--json", "read-memory", "16896", "2"}).out);
     EXPECT_EQ(json, Json::parse(R"({"area": "absolute", "address": "4200", "count": 2,
                                      "bytes": "4900"})"));

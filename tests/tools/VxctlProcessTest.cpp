@@ -14,6 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Golden.h"
 #include "VxctlRun.h"
 
 namespace vx {
@@ -33,16 +34,6 @@ std::string Xif(const std::string& name) {
 
 // A room sensor with a formula-scaled temperature, an enumeration, an array field and a text.
 const std::string kRoomSensor = std::string(VXCTL_TEST_DATA_DIR) + "/room-sensor.json";
-
-void ExpectGolden(const std::string& actual, const std::string& goldenName) {
-    const fs::path golden = fs::path(VXCTL_GOLDEN_DIR) / goldenName;
-    if (std::getenv("VXCTL_UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(golden, std::ios::binary) << actual;
-        return;
-    }
-    ASSERT_TRUE(fs::exists(golden)) << golden << " (VXCTL_UPDATE_GOLDEN=1 writes it)";
-    EXPECT_EQ(actual, ReadFile(golden)) << "differs from " << golden;
-}
 
 // ---- Golden JSON -------------------------------------------------------------------------------
 
@@ -65,7 +56,7 @@ TEST(VxctlJson, ShowsTheDefaultControllerAsGolden) {
         const Finished run = Vxctl(arguments);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(run.err, "");
-        ExpectGolden(run.out, golden);
+        test::ExpectGolden(run.out, golden);
     }
 }
 
@@ -73,26 +64,26 @@ TEST(VxctlJson, ShowsADeviceInterfaceFileAsGolden) {
     const Finished run =
         Vxctl({"--device", Xif("6kEvbMultiSensor.XIF"), "objects", "--values", "--json"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    ExpectGolden(run.out, "objects-6kEvbMultiSensor.json");
+    test::ExpectGolden(run.out, "objects-6kEvbMultiSensor.json");
 }
 
 TEST(VxctlJson, SetWritesToTheNodeAndShowsWhatItHoldsAfterwards) {
     // Read back from the node: 24.5 degrees is 0x0992, in a level-2 configuration download.
     const Finished setpoint = Vxctl({"--json", "set", "nciSetpoints.occupied_cool", "24.5"});
     EXPECT_EQ(setpoint.exitCode, 0) << setpoint.err;
-    ExpectGolden(setpoint.out, "set-setpoint.json");
+    test::ExpectGolden(setpoint.out, "set-setpoint.json");
 
     // An enumeration member by its short name, written to an input directly.
     const Finished mode = Vxctl({"--json", "set", "nviApplicMode", "heat"});
     EXPECT_EQ(mode.exitCode, 0) << mode.err;
-    ExpectGolden(mode.out, "set-applic-mode.json");
+    test::ExpectGolden(mode.out, "set-applic-mode.json");
 }
 
 TEST(VxctlJson, SavesTheConfigurationAndRestoresItUnchanged) {
     const fs::path saved = ScratchFile(".json");
     const Finished save = Vxctl({"config", "save", saved.string()});
     EXPECT_EQ(save.exitCode, 0) << save.err;
-    ExpectGolden(ReadFile(saved), "saved-default-configuration.json");
+    test::ExpectGolden(ReadFile(saved), "saved-default-configuration.json");
 
     const Finished restore = Vxctl({"--json", "config", "restore", saved.string()});
     EXPECT_EQ(restore.exitCode, 0) << restore.err;
@@ -106,7 +97,7 @@ TEST(VxctlJson, SavesTheConfigurationAndRestoresItUnchanged) {
 TEST(VxctlText, ShowsValuesToPeopleWithUnitsNamesAndInvalidCodes) {
     const Finished run = Vxctl({"--device", kRoomSensor, "objects", "--values"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
-    ExpectGolden(run.out, "room-sensor-objects.txt");
+    test::ExpectGolden(run.out, "room-sensor-objects.txt");
 }
 
 TEST(VxctlText, APathNamesFieldsAndArrayEntries) {

@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 
 #include "DefaultController.h"
+#include "Golden.h"
 #include "Operations.h"
 #include "SimulatedNode.h"
 #include "VxctlRun.h"
@@ -39,16 +40,6 @@ const std::string kRoomSensor = std::string(VXCTL_TEST_DATA_DIR) + "/room-sensor
 
 std::string Xif(const std::string& name) {
     return std::string(VX_SIM_DATA_DIR) + "/xif/" + name;
-}
-
-void ExpectGoldenOutput(const std::string& actual, const std::string& goldenName) {
-    const fs::path golden = fs::path(VXCTL_GOLDEN_DIR) / goldenName;
-    if (std::getenv("VXCTL_UPDATE_GOLDEN") != nullptr) {
-        std::ofstream(golden, std::ios::binary) << actual;
-        return;
-    }
-    ASSERT_TRUE(fs::exists(golden)) << golden << " (VXCTL_UPDATE_GOLDEN=1 writes it)";
-    EXPECT_EQ(actual, test::ReadFile(golden)) << "differs from " << golden;
 }
 
 bool Contains(const std::string& text, const std::string& part) {
@@ -310,7 +301,7 @@ TEST(VxctlValues, ValuesWithUnitsStructuresAndRawBytesAsGolden) {
         const Finished run = Vxctl(arguments);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(run.err, "");
-        ExpectGoldenOutput(run.out, golden);
+        test::ExpectGolden(run.out, golden);
     }
 }
 
@@ -331,7 +322,7 @@ TEST(VxctlValuesOverLonIp, ValuesGoOverTheNetworkAsInProcess) {
         remote.insert(remote.end(), arguments.begin(), arguments.end());
         const Finished run = Vxctl(remote);
         EXPECT_EQ(run.exitCode, 0) << run.err;
-        ExpectGoldenOutput(run.out, golden);
+        test::ExpectGolden(run.out, golden);
     }
     // Refusals are the same, and leave the node's value alone.
     std::vector<std::string> refused = {"--device", "lonip://" + node, "--local", host,
