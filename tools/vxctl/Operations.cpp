@@ -299,20 +299,20 @@ bool StatusBit(const Json& status, const char* name) {
     return !status.is_null() && status[name].get<bool>();
 }
 
+DecodedValue DecodeTarget(const VariablePath& target) {
+    CDeviceVariable& variable = *target.variable;
+    if (!variable.Typedef()) return Undecoded("no type, bytes " + RawHex(variable));
+    if (target.entry) return DecodeEntry(target.element, *target.entry);
+    return DecodeElement(target.element);
+}
+
 namespace {
 
 // The value a command names, as JSON and text; `sent` says how a write went to the node.
 Outcome ValueOutcome(const VariablePath& target, Json sent = nullptr) {
     CDeviceVariable& variable = *target.variable;
     const TypedefPtr type = target.element->Typedef();
-    DecodedValue decoded;
-    if (!variable.Typedef()) {
-        decoded = Undecoded("no type, bytes " + RawHex(variable));
-    } else if (target.entry) {
-        decoded = DecodeEntry(target.element, *target.entry);
-    } else {
-        decoded = DecodeElement(target.element);
-    }
+    const DecodedValue decoded = DecodeTarget(target);
 
     Outcome outcome;
     outcome.json = {{"object", target.object},

@@ -45,6 +45,8 @@ inline constexpr std::string_view kNameLocation = "20";
 
 Outcome Info(Session& session);
 Outcome Objects(Session& session, bool withValues);
+// The value a path names, decoded; a variable without a type shows its bytes.
+DecodedValue DecodeTarget(const VariablePath& target);
 Outcome Get(Session& session, std::string_view path, std::optional<std::int32_t> object);
 // Writes the value to the node: a network variable directly, a configuration value through a
 // configuration download at the level its change reached.

@@ -45,16 +45,8 @@ struct Seen {
 };
 
 Seen Read(const VariablePath& target) {
-    CDeviceVariable& variable = *target.variable;
-    DecodedValue decoded;
-    if (!variable.Typedef()) {
-        decoded = Undecoded("no type, bytes " + RawHex(variable));
-    } else if (target.entry) {
-        decoded = DecodeEntry(target.element, *target.entry);
-    } else {
-        decoded = DecodeElement(target.element);
-    }
-    return {decoded.json, ValueWithUnits(decoded), RawHex(variable)};
+    const DecodedValue decoded = DecodeTarget(target);
+    return {decoded.json, ValueWithUnits(decoded), RawHex(*target.variable)};
 }
 
 }  // namespace
