@@ -76,25 +76,6 @@ protected:
     fs::path file = test::ScratchFile(".vxctl");
 };
 
-// vxctl with `input` on its standard input.
-Finished VxctlReading(const std::vector<std::string>& arguments, const std::string& input) {
-    const fs::path in = test::ScratchFile(".in");
-    std::ofstream(in, std::ios::binary) << input;
-    const auto out = test::ScratchFile(".out");
-    const auto err = test::ScratchFile(".err");
-    std::string command = test::ShellQuoted(VXCTL_PROGRAM);
-    for (const auto& argument : arguments)
-        command += " " + test::ShellQuoted(argument);
-    command += " <" + test::ShellQuoted(in.string()) + " >" + test::ShellQuoted(out.string()) +
-               " 2>" + test::ShellQuoted(err.string());
-    const int status = std::system(command.c_str());
-    Finished run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, test::ReadFile(out),
-                 test::ReadFile(err)};
-    for (const auto& path : {in, out, err})
-        fs::remove(path);
-    return run;
-}
-
 constexpr const char* kSiteChanges =
     "# the site's values, and one level-3 download for all of them\n"
     "set nciSetpoints.occupied_cool 23.5\n"
@@ -131,7 +112,7 @@ TEST_F(VxctlBatch, ReadsTheCommandsFromStandardInput) {
     for (const auto& arguments :
          std::vector<std::vector<std::string>>{{"run"}, {"run", "-"}, {"--json", "run", "-"}}) {
         SCOPED_TRACE(::testing::PrintToString(arguments));
-        const Finished run = VxctlReading(arguments, input);
+        const Finished run = test::Vxctl(arguments, input);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         if (arguments.front() == "--json") {
             EXPECT_EQ(Json::parse(run.out)["commands"][1]["result"]["raw"], "01") << run.out;
@@ -140,7 +121,7 @@ TEST_F(VxctlBatch, ReadsTheCommandsFromStandardInput) {
         }
     }
     // Nothing to do is no failure.
-    EXPECT_EQ(VxctlReading({"run"}, "# nothing yet\n").exitCode, 0);
+    EXPECT_EQ(test::Vxctl({"run"}, "# nothing yet\n").exitCode, 0);
 }
 
 TEST_F(VxctlBatch, AMistakeOnAnyLineStopsTheBatchBeforeTheFirstLineRuns) {
@@ -211,7 +192,7 @@ TEST_F(VxctlBatch, StopsAtTheFirstLineThatFailsAndListsWhatDidNotRun) {
 TEST_F(VxctlBatch, ConfirmationsAreAskedBeforeTheFirstLineRuns) {
     const std::string text = "set nciMaxFlow 280\nmode reset\n";
     // From standard input there is nobody to ask: refused before anything is sent.
-    const Finished fromInput = VxctlReading({"--json", "run"}, text);
+    const Finished fromInput = test::Vxctl({"--json", "run"}, text);
     EXPECT_EQ(fromInput.exitCode, 7);
     const Json document = Json::parse(fromInput.out);
     EXPECT_EQ(document["commands"], Json::array());
@@ -220,8 +201,8 @@ TEST_F(VxctlBatch, ConfirmationsAreAskedBeforeTheFirstLineRuns) {
               "line 2 (mode reset): not confirmed: reset the controller's application; --yes "
               "confirms it (there is no terminal to ask on)");
 
-    EXPECT_EQ(VxctlReading({"run", "--yes"}, text).exitCode, 0);
-    EXPECT_EQ(VxctlReading({"run"}, "set nciMaxFlow 280\nmode reset --yes\n").exitCode, 0);
+    EXPECT_EQ(test::Vxctl({"run", "--yes"}, text).exitCode, 0);
+    EXPECT_EQ(test::Vxctl({"run"}, "set nciMaxFlow 280\nmode reset --yes\n").exitCode, 0);
 }
 
 }  // namespace

@@ -345,7 +345,7 @@ std::set<std::string> Completed(const std::vector<std::string>& words) {
     std::string line = "source " + test::ShellQuoted(VXCTL_COMPLETION_SCRIPT) + "; COMP_WORDS=(" +
                        test::ShellQuoted(VXCTL_PROGRAM);
     for (const auto& word : words)
-        line += " " + test::ShellQuoted(word);
+        line.append(" ").append(test::ShellQuoted(word));
     line += "); COMP_CWORD=" + std::to_string(words.size()) +
             "; _vxctl; printf '%s\\n' \"${COMPREPLY[@]}\"";
     const auto out = test::ScratchFile(".completion");

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,19 +37,25 @@ inline std::filesystem::path ScratchFile(const std::string& suffix) {
            ("vxctl-test-" + std::to_string(getpid()) + "-" + std::to_string(counter++) + suffix);
 }
 
-inline Finished Vxctl(const std::vector<std::string>& arguments) {
+// Runs vxctl with `input` on its standard input, or with none.
+inline Finished Vxctl(const std::vector<std::string>& arguments,
+                      const std::optional<std::string>& input = std::nullopt) {
+    const auto in = ScratchFile(".in");
     const auto out = ScratchFile(".out");
     const auto err = ScratchFile(".err");
+    if (input) std::ofstream(in, std::ios::binary) << *input;
     std::string command = ShellQuoted(VXCTL_PROGRAM);
     // Appended, not " " + ...: g++ 12 at -O3 takes that for an overlapping copy (a false
     // -Wrestrict).
     for (const auto& argument : arguments)
         command.append(" ").append(ShellQuoted(argument));
-    command += " >" + ShellQuoted(out.string()) + " 2>" + ShellQuoted(err.string()) + " </dev/null";
+    command.append(" >").append(ShellQuoted(out.string()));
+    command.append(" 2>").append(ShellQuoted(err.string()));
+    command.append(" <").append(input ? ShellQuoted(in.string()) : std::string("/dev/null"));
     const int status = std::system(command.c_str());
     Finished run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
-    std::filesystem::remove(out);
-    std::filesystem::remove(err);
+    for (const auto& path : {in, out, err})
+        std::filesystem::remove(path);
     return run;
 }
 
