@@ -49,9 +49,8 @@ count_suite() {
 
 windows_path() { printf 'Z:%s' "${1//\//\\}"; }
 
-# The command running now, the suite file written for it and the prefix whose Wine is up: what the
-# exit trap takes back, whichever way the script ends.
-running=""
+# The suite file written for the command running now and the prefix whose Wine is up: with the
+# step itself, what the exit trap takes back, whichever way the script ends.
 suite=""
 prefix_up=""
 run=host
@@ -63,22 +62,14 @@ host() { "$@"; }
 attend() {
   local out=$1 dir=$2
   shift 2
-  (cd "$dir" && "$@") >"$out" 2>&1 </dev/null &
-  running=$!
-  local status=0
-  wait "$running" || status=$?
-  running=""
-  return "$status"
+  com32_attend in_folder "$dir" "$@" >"$out" 2>&1 </dev/null
+}
+in_folder() {
+  cd "$1" && shift && "$@"
 }
 
 cleanup() {
-  # The chroot's namespace goes first, so that what runs in it has ended when the command is
-  # stopped and waited for.
-  com32_leave
-  if [ -n "$running" ]; then
-    kill "$running" 2>/dev/null || true
-    wait "$running" 2>/dev/null || true
-  fi
+  com32_stop
   # The host's Wine is stopped through its server; the emulator's entry goes last.
   if [ -n "$prefix_up" ] && [ "$run" = host ]; then
     WINEPREFIX=$prefix_up wineserver -k >/dev/null 2>&1 || true

@@ -130,28 +130,18 @@ keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 
 # The long steps run in the background, waited for, so that a signal to this script is acted on
 # at once; their output goes to the given log, whose end is shown when they fail.
-running=""
 attend() {
   local log=$1
   shift
-  "$@" >>"$log" 2>&1 </dev/null &
-  running=$!
   local status=0
-  wait "$running" || status=$?
-  running=""
+  com32_attend "$@" >>"$log" 2>&1 </dev/null || status=$?
   if [ "$status" -ne 0 ]; then tail -n 20 "$log" >&2; fi
   return "$status"
 }
 
 # Takes back whatever this script started, on every way out.
-# The namespace goes first, so that what runs in it has ended when the step is stopped and
-# waited for.
 cleanup() {
-  com32_leave
-  if [ -n "$running" ]; then
-    kill "$running" 2>/dev/null || true
-    wait "$running" 2>/dev/null || true
-  fi
+  com32_stop
   com32_unregister
 }
 trap cleanup EXIT

@@ -153,6 +153,28 @@ com32_run() {
 
 # Ends the namespace: every process started in it, and its mounts. Its first process is killed
 # outright (it takes no other signal from outside); unshare, without a child, exits.
+# Runs a step in the background and waits for it, so that a signal to the script is acted on at
+# once rather than when the step ends. The caller's redirections apply to the step.
+com32_step=""
+com32_attend() {
+  "$@" &
+  com32_step=$!
+  local status=0
+  wait "$com32_step" || status=$?
+  com32_step=""
+  return "$status"
+}
+
+# Ends the namespace, then the step that was running: what ran in the namespace has ended by the
+# time the step is stopped and waited for.
+com32_stop() {
+  com32_leave
+  if [ -n "$com32_step" ]; then
+    kill "$com32_step" 2>/dev/null || true
+    wait "$com32_step" 2>/dev/null || true
+  fi
+}
+
 com32_leave() {
   if [ -n "$com32_init" ]; then
     kill -KILL "$com32_init" 2>/dev/null || true
