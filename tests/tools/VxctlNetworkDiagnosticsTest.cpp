@@ -56,14 +56,7 @@ TEST_F(VxctlDiagnosticsOverLonIp, ShowWhatTheInProcessControllerShows) {
         {"--json", "mode", "online"},
         {"mode", "reset"},  // not confirmed
     };
-    for (const auto& line : lines) {
-        SCOPED_TRACE(::testing::PrintToString(line));
-        const Finished local = Vxctl(line);
-        const Finished remote = Vxctl(OnNode(line));
-        EXPECT_EQ(remote.exitCode, local.exitCode) << remote.err;
-        EXPECT_EQ(remote.out, local.out);
-        EXPECT_EQ(remote.err, local.err);
-    }
+    test::ExpectSameAsInProcess(lines, [this](const auto& line) { return OnNode(line); });
 }
 
 TEST_F(VxctlDiagnosticsOverLonIp, TheNodeKeepsItsModeBetweenRuns) {

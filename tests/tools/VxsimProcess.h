@@ -4,6 +4,8 @@
 // by its process ID when the object goes, whatever the test did. Addresses come from
 // TestLoopback, which keeps test processes running side by side apart.
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -63,5 +65,19 @@ private:
     ScratchFolder m_folder;
     std::unique_ptr<ChildProcess> m_vxsim;
 };
+
+// Each command line gives the same exit code, output and messages over the network (`onNode`
+// adds the node's address) as on the simulated controller in the process.
+template <typename OnNode>
+void ExpectSameAsInProcess(const std::vector<std::vector<std::string>>& lines, OnNode onNode) {
+    for (const auto& line : lines) {
+        SCOPED_TRACE(::testing::PrintToString(line));
+        const Finished local = Vxctl(line);
+        const Finished remote = Vxctl(onNode(line));
+        EXPECT_EQ(remote.exitCode, local.exitCode) << remote.err;
+        EXPECT_EQ(remote.out, local.out);
+        EXPECT_EQ(remote.err, local.err);
+    }
+}
 
 }  // namespace vx::test
